@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+
+#include "Keys.h"
+#include "kdi/kdi.h"
+
+namespace Kdi {
+
+// Blacklist records as they came, until they are taken. Beyond 100,000 the oldest are dropped.
+class BlacklistRecords {
+public:
+    static constexpr size_t CAPACITY = 100000;
+
+    void Keep(const kdi_blacklist_s& record);
+    unsigned int Take(kdi_blacklist_s* records, unsigned int capacity);
+
+private:
+    std::deque<kdi_blacklist_s> m_Records;
+};
+
+// IPv4 addresses that are blocked until a time. Times in microseconds since the epoch; addresses in
+// network byte order.
+class Blocks {
+public:
+    // A later end replaces an earlier one.
+    void Block(uint32_t address, int64_t until);
+    bool IsBlocked(uint32_t address, int64_t now) const;
+    bool Empty() const { return m_Until.Size() == 0; }
+
+private:
+    FlatMap<WordKey, int64_t> m_Until;
+};
+
+}  // namespace Kdi

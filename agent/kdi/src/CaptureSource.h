@@ -1,0 +1,54 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Blacklist.h"
+#include "CaptureFile.h"
+#include "CaptureOptions.h"
+#include "Firewall.h"
+#include "LocalHost.h"
+#include "Source.h"
+
+namespace Kdi {
+
+// Plays the driver of a host behind its firewall from a capture file, in two readings: one that
+// finds out whose capture it is, one that judges its packets.
+class CaptureSource : public Source {
+public:
+    explicit CaptureSource(const std::string& path) : m_File(path) {}
+
+    // False, with the reason in Error(), if an option or the file is bad. A file that is damaged
+    // further on opens, and fails where it is damaged.
+    bool Open(const kdi_capture_options_s& options);
+
+    kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
+    int Block(const kdi_blacklist_s& record) override;
+    void GetStatistics(kdi_statistics_s& statistics) const override { statistics = m_Statistics; }
+
+private:
+    bool ParseOptions(const kdi_capture_options_s& options);
+    bool SurveyFile();
+    bool ReadPacket();
+    void NotePacket();
+    bool JudgePacket();
+    kdi_next_result Finish();
+    kdi_next_result Deliver(velm_log_entry_s& entry);
+
+    CaptureFile m_File;
+    AddressBook m_Book;
+    std::optional<NetworkList> m_Local;
+    std::optional<ServiceList> m_Allowed;
+    std::optional<LocalHost> m_Host;
+    std::optional<Firewall> m_Firewall;
+    Blocks m_Blocks;
+    Packet m_Packet;
+    Record m_Record;
+    bool m_PacketWaits = false;  // read, but what time brings forth before it comes first
+    int64_t m_FirstTime = 0;     // of the first packet, from the first reading
+    uint64_t m_Surveyed = 0;     // packets that the first reading found
+    std::string m_SurveyError;   // where it had to stop
+    kdi_statistics_s m_Statistics = {0, 0, 0, -1, -1, 0};
+};
+
+}  // namespace Kdi

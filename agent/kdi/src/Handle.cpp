@@ -1,0 +1,118 @@
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <exception>
+
+#include "Blacklist.h"
+#include "Source.h"
+#include "kdi/kdi.h"
+#include "kdi/testing.h"
+
+// What the opaque word points to.
+struct kdi_handle_ops_s {
+    std::unique_ptr<Kdi::Source> source;
+    Kdi::BlacklistRecords blacklist;
+    kdi_entry_s entry;
+    std::string failure;  // text of an exception, which is memory's
+};
+
+namespace {
+
+std::atomic<int> s_FailBlacklist{0};
+
+// Entries carry headers only; a reader still gets a pointer that may be read from, for 0 bytes.
+const unsigned char s_NoData = 0;
+
+void CopyText(const char* text, char* buffer, unsigned int size) {
+    if (buffer && size) std::snprintf(buffer, size, "%s", text);
+}
+
+kdi_handle_t Open(const char* source, const kdi_capture_options_s* options, std::string& error) {
+    if (!source) {
+        error = "no source was named";
+        return nullptr;
+    }
+    auto handle = std::make_unique<kdi_handle_ops_s>();
+    handle->source = Kdi::OpenSource(source, options ? *options : kdi_capture_options_s{}, error);
+    if (!handle->source) return nullptr;
+    handle->entry.packet_data = handle->entry.log_data = &s_NoData;
+    handle->entry.packet_data_len = handle->entry.log_data_len = 0;
+    return handle.release();
+}
+
+int AddBlacklist(kdi_handle_ops_s& handle, const void* bytes) {
+    kdi_blacklist_s record;
+    std::memcpy(&record, bytes, sizeof record);
+    if (record.bl_addr_kind != 4) return EINVAL;
+    const int result = handle.source->Block(record);
+    if (result == 0) handle.blacklist.Keep(record);
+    return result;
+}
+
+}  // namespace
+
+// No exception leaves an operation: the callers are C.
+
+kdi_handle_t kdi_open_source(const char* source, const kdi_capture_options_s* options, char* error,
+                             unsigned int error_size) {
+    CopyText("", error, error_size);
+    try {
+        std::string reason;
+        kdi_handle_t handle = Open(source, options, reason);
+        if (!handle) CopyText(reason.c_str(), error, error_size);
+        return handle;
+    } catch (const std::exception& exception) {
+        CopyText(exception.what(), error, error_size);
+        return nullptr;
+    }
+}
+
+void kdi_close(kdi_handle_t handle) {
+    delete handle;
+}
+
+kdi_next_result kdi_next_entry(kdi_handle_t handle, unsigned int timeout_msec,
+                               kdi_entry_s** entry) {
+    try {
+        *entry = &handle->entry;
+        return handle->source->Next(timeout_msec, handle->entry.entry);
+    } catch (const std::exception& exception) {
+        handle->failure = exception.what();
+        return KDI_FAILED;
+    }
+}
+
+void kdi_get_error(kdi_handle_t handle, char* buffer, unsigned int size) {
+    if (!handle) return CopyText("", buffer, size);
+    const std::string& error = handle->failure.empty() ? handle->source->Error() : handle->failure;
+    CopyText(error.c_str(), buffer, size);
+}
+
+void kdi_get_statistics(kdi_handle_t handle, kdi_statistics_s* statistics) {
+    handle->source->GetStatistics(*statistics);
+}
+
+const char* kdi_describe(kdi_handle_t handle) {
+    return handle->source->Description().c_str();
+}
+
+int kdi_add_blacklist(kdi_handle_t handle, const void* record) {
+    const int failure = s_FailBlacklist.exchange(0);
+    if (failure != 0) return failure;
+    if (!handle || !record) return EINVAL;
+    try {
+        return AddBlacklist(*handle, record);
+    } catch (const std::exception&) {
+        return ENOMEM;
+    }
+}
+
+unsigned int kdi_take_blacklist(kdi_handle_t handle, kdi_blacklist_s* records,
+                                unsigned int capacity) {
+    return handle->blacklist.Take(records, capacity);
+}
+
+void kdi_testing_fail_blacklist(int error) {
+    s_FailBlacklist = error;
+}

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "kdi/kdi.h"
+
+namespace Kdi {
+
+// Where a handle's entries come from.
+class Source {
+public:
+    virtual ~Source() = default;
+
+    // Fills `entry` if the result is KDI_ENTRY; sets Error() if it is KDI_FAILED.
+    virtual kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) = 0;
+    // Acts on a record that was checked. 0 or an errno value.
+    virtual int Block(const kdi_blacklist_s& record) = 0;
+    virtual void GetStatistics(kdi_statistics_s& statistics) const = 0;
+
+    const std::string& Error() const { return m_Error; }
+    const std::string& Description() const { return m_Description; }
+
+protected:
+    std::string m_Error;
+    std::string m_Description;
+};
+
+// Opens by "kind:name". Null on failure, with the reason in `error`.
+std::unique_ptr<Source> OpenSource(const std::string& source, const kdi_capture_options_s& options,
+                                   std::string& error);
+
+}  // namespace Kdi
