@@ -1,0 +1,93 @@
+#include "TableReader.h"
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <limits>
+#include <stdexcept>
+
+#include "ScriptGuard.h"
+
+namespace OSTREL {
+
+namespace {
+
+// Far more than one script call leaves in the ordinary way, far less than Lua's limit.
+constexpr int kMaxLeftovers = 1000;
+// Values that one operation has on the stack at once, the call's own included.
+constexpr int kWorkingSlots = 16;
+
+int GetField(lua_State* L) {
+    lua_getfield(L, 1, static_cast<const char*>(lua_touserdata(L, 2)));
+    return 1;
+}
+
+// The conversions of a number that an int cannot hold are undefined: they give the nearest int.
+int Truncate(lua_Number number) {
+    if (std::isnan(number)) return 0;
+    if (number >= std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
+    if (number <= std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
+    return static_cast<int>(number);
+}
+
+}  // namespace
+
+void TableReader::Reserve() {
+    if (lua_gettop(m_L) - m_Base > kMaxLeftovers) lua_settop(m_L, m_Base);
+    if (!lua_checkstack(m_L, kWorkingSlots)) throw std::runtime_error("stack overflow");
+}
+
+void TableReader::PushField(int index, const char* key) {
+    const int table = lua_absindex(m_L, index);
+    lua_pushcfunction(m_L, GetField);
+    lua_pushvalue(m_L, table);
+    // Lua only hands the pointer back; the key itself is not written to.
+    lua_pushlightuserdata(m_L, const_cast<char*>(key));
+    if (lua_pcall(m_L, 2, 1, 0) != LUA_OK) throw ScriptError();
+}
+
+int TableReader::IntegerField(const char* key) {
+    PushField(-1, key);
+    // The low 32 bits, as an integer of Lua 5.2 is taken everywhere.
+    const int value = static_cast<int>(static_cast<uint32_t>(lua_tointegerx(m_L, -1, nullptr)));
+    Pop(1);
+    return value;
+}
+
+int TableReader::NumberField(const char* key) {
+    PushField(-1, key);
+    const int value = Truncate(lua_tonumberx(m_L, -1, nullptr));
+    Pop(1);
+    return value;
+}
+
+bool TableReader::BooleanField(const char* key) {
+    PushField(-1, key);
+    const bool value = lua_toboolean(m_L, -1) != 0;
+    Pop(1);
+    return value;
+}
+
+std::string TableReader::BytesField(const char* key) {
+    PushField(-1, key);
+    std::string bytes;
+    if (lua_type(m_L, -1) == LUA_TSTRING) {
+        size_t length = 0;
+        const char* data = lua_tolstring(m_L, -1, &length);
+        bytes.assign(data, length);
+    } else if (lua_type(m_L, -1) == LUA_TNUMBER) {
+        // Converted here: Lua's own conversion makes a string and may raise.
+        char digits[64];
+        const int length = snprintf(digits, sizeof digits, LUA_NUMBER_FMT, lua_tonumber(m_L, -1));
+        bytes.assign(digits, static_cast<size_t>(length));
+    }
+    Pop(1);
+    return bytes;
+}
+
+wxString TableReader::TextField(const char* key) {
+    const std::string bytes = BytesField(key);
+    return wxString::FromUTF8(bytes.data(), bytes.size());
+}
+
+}  // namespace OSTREL

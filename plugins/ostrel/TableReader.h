@@ -1,0 +1,42 @@
+#pragma once
+
+#include <string>
+
+#include <wx/string.h>
+#include <lua.hpp>
+
+namespace OSTREL {
+
+// Reads Lua tables where objects with destructors are alive: whatever Lua raises (a metamethod,
+// memory) is thrown as ScriptError. Used on the thread of the script call only.
+class TableReader {
+public:
+    explicit TableReader(lua_State* L) : m_L(L), m_Base(lua_gettop(L)) {}
+
+    // To be called before an operation pushes anything. What failed operations left on the stack
+    // stays there until it becomes too much, and then goes, so that no number of failures overflows
+    // it.
+    void Reserve();
+
+    bool IsTable(int index) const { return lua_type(m_L, index) == LUA_TTABLE; }
+    // Pushes the field of the value at `index`, with metamethods.
+    void PushField(int index, const char* key);
+    void PushRawItem(int index, int key) { lua_rawgeti(m_L, index, key); }
+    void Pop(int count) { lua_settop(m_L, -count - 1); }
+
+    // Each pushes a field of the table on top, reads it and pops it. A missing field reads as 0,
+    // empty or false.
+    int IntegerField(const char* key);
+    int NumberField(const char* key);  // truncated; for values that are no integers
+    bool BooleanField(const char* key);
+    std::string BytesField(const char* key);
+    wxString TextField(const char* key);  // UTF-8; anything else reads as empty
+
+    lua_State* State() const { return m_L; }
+
+private:
+    lua_State* m_L;
+    int m_Base;
+};
+
+}  // namespace OSTREL

@@ -1,0 +1,30 @@
+// The module's entry point.
+
+#include <wx/dynlib.h>
+#include <lua.hpp>
+
+#include "LogDataScript.h"
+#include "Trace.h"
+
+namespace {
+
+// A reference of the module to itself, never released: objects of its classes and threads of its
+// own may outlive the Lua state's handle.
+struct Pin {
+    Pin() {
+        wxDynamicLibrary library;
+        if (library.Load("ostrel", wxDL_NOW)) handle = library.Detach();
+    }
+    wxDllType handle = nullptr;
+};
+
+const Pin s_Pin;
+
+}  // namespace
+
+extern "C" __attribute__((visibility("default"))) int luaopen_ostrel(lua_State* L) {
+    OSTREL_TRACE(L"ostrel", "luaopen_ostrel");
+    OSTREL::RegisterLogData(L);
+    lua_pushboolean(L, true);
+    return 1;
+}
