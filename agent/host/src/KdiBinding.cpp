@@ -1,0 +1,121 @@
+#include "KdiBinding.h"
+
+#include "LuaBinding.h"
+
+namespace {
+
+constexpr size_t kErrorSize = 512;
+
+struct Handle {
+    kdi_handle_t handle;
+};
+
+Handle& CheckUserdata(lua_State* L, int index) {
+    void* block = luaL_testudata(L, index, kKdiHandleType);
+    if (block == nullptr) luaL_argerror(L, index, "kdi handle expected");
+    return *static_cast<Handle*>(block);
+}
+
+// The text of the field of the options table at index 2, or null. The table keeps it alive.
+const char* OptionText(lua_State* L, const char* field) {
+    lua_getfield(L, 2, field);
+    if (!lua_isnil(L, -1) && lua_type(L, -1) != LUA_TSTRING)
+        luaL_error(L, "bad option '%s' (string expected, got %s)", field, luaL_typename(L, -1));
+    const char* text = lua_tostring(L, -1);
+    lua_pop(L, 1);
+    return text;
+}
+
+kdi_capture_options_s CheckOptions(lua_State* L) {
+    if (lua_isnoneornil(L, 2)) return {nullptr, nullptr};
+    luaL_checktype(L, 2, LUA_TTABLE);
+    return {OptionText(L, "localAddresses"), OptionText(L, "allow")};
+}
+
+int Open(lua_State* L) {
+    const char* source = luaL_checkstring(L, 1);
+    const kdi_capture_options_s options = CheckOptions(L);
+    auto* block = static_cast<Handle*>(lua_newuserdata(L, sizeof(Handle)));
+    block->handle = nullptr;
+    luaL_setmetatable(L, kKdiHandleType);
+    char error[kErrorSize] = "";
+    block->handle = kdi_open_source(source, &options, error, sizeof(error));
+    if (block->handle != nullptr) return 1;
+    lua_pushnil(L);
+    lua_pushstring(L, error);
+    return 2;
+}
+
+int Close(lua_State* L) {
+    Handle& block = CheckUserdata(L, 1);
+    if (block.handle != nullptr) kdi_close(block.handle);
+    block.handle = nullptr;
+    return 0;
+}
+
+int NextEntry(lua_State* L) {
+    const kdi_handle_t handle = CheckKdiHandle(L, 1);
+    const unsigned int timeoutMsec = CheckUnsigned(L, 2);
+    kdi_entry_s* entry = nullptr;
+    const kdi_next_result result = kdi_next_entry(handle, timeoutMsec, &entry);
+    if (result == KDI_ENTRY) return PushEntry(L, *entry);
+    lua_pushnil(L);
+    if (result != KDI_FAILED) return 1;
+    char error[kErrorSize] = "";
+    kdi_get_error(handle, error, sizeof(error));
+    lua_pushstring(L, error);
+    return 2;
+}
+
+int TakeBlacklist(lua_State* L) {
+    const kdi_handle_t handle = CheckKdiHandle(L, 1);
+    kdi_blacklist_s record;
+    lua_newtable(L);
+    for (int i = 1; kdi_take_blacklist(handle, &record, 1) == 1; ++i) {
+        lua_pushlstring(L, reinterpret_cast<const char*>(&record), sizeof(record));
+        lua_rawseti(L, -2, i);
+    }
+    return 1;
+}
+
+void PushBytes(lua_State* L, const unsigned char* bytes, unsigned int length) {
+    lua_pushlstring(L, reinterpret_cast<const char*>(bytes), length);
+}
+
+const luaL_Reg kMethods[] = {
+    {"Close", Guarded<Close>},
+    {"NextEntry", Guarded<NextEntry>},
+    {"TakeBlacklist", Guarded<TakeBlacklist>},
+    {nullptr, nullptr},
+};
+
+const luaL_Reg kFunctions[] = {
+    {"Open", Guarded<Open>},
+    {nullptr, nullptr},
+};
+
+}  // namespace
+
+kdi_handle_t CheckKdiHandle(lua_State* L, int index) {
+    const Handle& block = CheckUserdata(L, index);
+    if (block.handle == nullptr) luaL_argerror(L, index, "kdi handle already closed");
+    return block.handle;
+}
+
+int PushEntry(lua_State* L, const kdi_entry_s& entry) {
+    lua_pushlstring(L, reinterpret_cast<const char*>(&entry.entry), sizeof(entry.entry));
+    PushBytes(L, entry.packet_data, entry.packet_data_len);
+    PushBytes(L, entry.log_data, entry.log_data_len);
+    return 3;
+}
+
+void RegisterKdi(lua_State* L) {
+    luaL_newmetatable(L, kKdiHandleType);
+    PushLibrary(L, kMethods, 0);
+    lua_setfield(L, -2, "__index");
+    lua_pushcfunction(L, Guarded<Close>);
+    lua_setfield(L, -2, "__gc");
+    lua_pop(L, 1);
+    PushLibrary(L, kFunctions, 0);
+    lua_setglobal(L, "kdi");
+}

@@ -1,0 +1,26 @@
+#include <clocale>
+#include <exception>
+
+#include <wx/init.h>
+
+#include "CommandLine.h"
+#include "Message.h"
+#include "velm/Log.h"
+
+// Texts and file names are UTF-8, whatever the environment says, and numbers have a point.
+static void FixLocale() {
+    std::setlocale(LC_ALL, "C");
+    std::setlocale(LC_CTYPE, "C.UTF-8");
+}
+
+int main(int argc, char** argv) {
+    try {
+        const wxInitializer wx;
+        FixLocale();
+        VelmCore::InstallLog("velm_agent");
+        return RunCommandLine(argc, argv);
+    } catch (const std::exception& error) {
+        PrintError("fault", error.what());
+        return kFailed;
+    }
+}

@@ -1,0 +1,123 @@
+-- The agent's configuration: a file, or the built-in one.
+
+local host = require "velm.host"
+local check = require "velm.schema"
+local defaults = require "velm.defaults"
+local fail = require "velm.fail"
+
+local config = {}
+
+local DEFAULT_DIRECTORY = "/var/log/velm_agent"
+local DEFAULT_NAME = "velm_mpnp"
+
+-- A rotated file's number stands where a file name's extension does.
+local function LogName(value)
+    if type(value) ~= "string" or value == "" or value:find("[./]") then
+        return "file name without dot and slash"
+    end
+end
+
+local function Settings(value)
+    if type(value) ~= "table" then return "table" end
+    for key, setting in pairs(value) do
+        local kind = type(setting)
+        if type(key) ~= "string" or kind ~= "string" and kind ~= "number" and kind ~= "boolean" then
+            return "table of names with string, number or boolean"
+        end
+    end
+end
+
+local AGENT_KEYS = {
+    logDirectory = "string",
+    logName = LogName,
+    stateDirectory = "string",
+    sources = "strings",
+    policyFile = "string",
+    settings = Settings,
+    trace = "strings",
+}
+
+local CONFIGURATION_KEYS = {
+    agent = "table",
+    agentConfiguration = "table",
+    packetFilterMap = "table",
+    payloadFilterMap = "table",
+    interfaceMap = "table",
+    driverInterfaceMap = "table",
+    platformInterfaceMap = "table",
+    packetFilterLog = "table",
+    trafficAnalysisConfiguration = "table",
+    probeConfigurationMap = "table",
+}
+
+local LOG_KEYS = {
+    size = "number",
+    keep = "number",
+    cacheSize = "number",
+    cacheLifetime = "number",
+    cacheStaletime = "number",
+    ignoreIpList = "table",
+}
+
+local HOST_KEYS = {hostID = "number", hostname = "string"}
+
+-- What the file leaves out comes from the built-in configuration. These two are filled key by key:
+-- a cache size that is missing would turn the cache off.
+local FILLED = {"packetFilterLog", "agentConfiguration"}
+
+local function Fill(values, from)
+    for key, value in pairs(from) do
+        if values[key] == nil then values[key] = value end
+    end
+end
+
+local function Complete(configuration)
+    local builtIn = defaults()
+    Fill(configuration, builtIn)
+    for _, key in ipairs(FILLED) do Fill(configuration[key], builtIn[key]) end
+end
+
+local function Problem(configuration)
+    return check(configuration, CONFIGURATION_KEYS, "", true)
+        or check(configuration.agent or {}, AGENT_KEYS, "agent.")
+        or check(configuration.packetFilterLog or {}, LOG_KEYS, "packetFilterLog.", true)
+        or check(configuration.agentConfiguration or {}, HOST_KEYS, "agentConfiguration.", true)
+end
+
+local function ReadFile(path)
+    local configuration, reason = host.LoadTable(path)
+    if not configuration then fail(2, reason) end
+    local problem = Problem(configuration)
+    if problem then fail(2, path, problem) end
+    return configuration
+end
+
+-- Returns the configuration table, which script calls bring, and the agent's own part of it. `path`
+-- is the file; "" stands for the built-in configuration.
+function config.Load(path)
+    local configuration = path == "" and {} or ReadFile(path)
+    local agent = configuration.agent or {}
+    configuration.agent = nil
+    Complete(configuration)
+    agent.logDirectory = agent.logDirectory or DEFAULT_DIRECTORY
+    agent.logName = agent.logName or DEFAULT_NAME
+    return configuration, agent
+end
+
+local function LoadPolicy(path)
+    local xml, reason = host.ReadText(path)
+    if not xml then fail(2, path, reason) end
+    local accepted, problem = pcall(dom.ConfigSetXml, dom, xml)
+    if not accepted then fail(2, path, problem) end
+end
+
+-- Does what the agent's part asks of the process. Comes before the log object is made, which reads
+-- its settings then.
+function config.Apply(agent)
+    for key, value in pairs(agent.settings or {}) do dom:Set(key, value) end
+    for _, component in ipairs(agent.trace or {}) do dom:TraceEnable(component, true) end
+    if agent.trace and agent.trace[1] then host.ShowTrace() end
+    if agent.policyFile then LoadPolicy(agent.policyFile) end
+end
+
+return config

@@ -1,0 +1,109 @@
+-- velm_agent replay: the entry loop over capture files.
+
+local host = require "velm.host"
+local player = require "velm.player"
+local config = require "velm.config"
+local fail = require "velm.fail"
+local loop = require "velm.loop"
+local newReporter = require "velm.report"
+require "ostrel"
+
+local function Warn(what, why)
+    io.stderr:write("velm_agent: ", what, ": ", why, "\n")
+end
+
+-- Before any work, so that a mistyped name costs nothing.
+local function CheckCaptures(captures)
+    for _, capture in ipairs(captures) do
+        local reason = host.WhyUnreadable(capture)
+        if reason then fail(2, capture, reason) end
+    end
+end
+
+local function OpenLog(agent, directory)
+    local log = SLB.ostrel.LogData(dom)
+    log:SetLogFilePath(directory)
+    log:SetLogFileName(agent.logName)
+    if log:InitializeLogFile() then return log end
+    player.ReportNews()
+    fail(2, directory, host.WhyUnwritable(directory, agent.logName) or "cannot be written")
+end
+
+local function OpenCapture(capture, options)
+    local source, reason = kdi.Open("pcap:" .. capture, {
+        localAddresses = options.localAddresses ~= "" and options.localAddresses or nil,
+        allow = options.allow ~= "" and options.allow or nil,
+    })
+    if not source then fail(2, reason) end
+    local words = player.Describe(source)
+    if words ~= "" then Warn(capture, words) end
+    return source
+end
+
+local function NewCounts() return {packets = 0, entries = 0, logged = 0, usec = 0} end
+
+local function AddCounts(counts, logged, statistics)
+    counts.logged = counts.logged + logged
+    counts.packets = counts.packets + statistics.packets
+    counts.entries = counts.entries + statistics.entries
+    counts.usec = counts.usec + statistics.usec
+end
+
+local function PlayCapture(capture, options, log, configuration, counts)
+    local source = OpenCapture(capture, options)
+    log:SetKdi(source)
+    local logged, state, reason = loop.Feed(source, player.Next, log, configuration)
+    AddCounts(counts, logged, player.Finish(source))
+    player.ReportNews(source)
+    source:Close()
+    if state == "failed" then fail(2, reason) end
+    if state == "interrupted" then fail(1, "replay", "interrupted") end
+end
+
+local function PlayAll(options, log, configuration, counts)
+    for _, capture in ipairs(options.captures) do
+        PlayCapture(capture, options, log, configuration, counts)
+    end
+end
+
+-- What was read is written and told, also when the replay ended early.
+local function Finish(options, log, counts, reporter)
+    local flushed = log:FlushBufferedData(true)
+    player.ReportNews()
+    local lines, complete = player.Lines()
+    if not complete then Warn("lines", "a log file could not be followed; the number is too low") end
+    counts.lines = lines
+    counts.coalesced = math.max(counts.logged - lines, 0)
+    counts.seconds = counts.usec / 1e6
+    counts.files = options.out ~= "" and log:GetLogFileFullPath()
+        or "removed; --out DIR keeps them"
+    reporter.Summary(counts)
+    return flushed
+end
+
+-- An entry's strings die at once and little else lives, so the collector may wait until garbage is
+-- ten times what lives.
+local COLLECTOR_PAUSE = 1000
+
+return function(options)
+    collectgarbage("setpause", COLLECTOR_PAUSE)
+    local configuration, agent = config.Load(options.config)
+    config.Apply(agent)
+    CheckCaptures(options.captures)
+    local reporter = newReporter(options.json)
+    player.OnNews(reporter.News)
+    local directory = options.out ~= "" and options.out or player.TempDirectory()
+    local log = OpenLog(agent, directory)
+    if not player.CountLines(log:GetLogFileFullPath()) then
+        fail(1, log:GetLogFileFullPath(), "cannot be read")
+    end
+    local counts = NewCounts()
+    local played, failure = xpcall(PlayAll, debug.traceback, options, log, configuration, counts)
+    if not played and counts.packets == 0 then error(failure, 0) end
+    local flushed = Finish(options, log, counts, reporter)
+    if not played then error(failure, 0) end
+    if not flushed or reporter.failures > 0 then
+        fail(1, directory, "records were lost: " .. reporter.failures .. " failures of log files")
+    end
+    return 0
+end

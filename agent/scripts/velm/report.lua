@@ -1,0 +1,97 @@
+-- What a replay tells: news as they come, and a summary. Returns a reporter for text or for JSON
+-- lines; both count.
+
+local json = require "velm.json"
+
+local FIRST_PROBE, LAST_PROBE = 7000, 7004
+-- Events of the log files: something could not be made, opened, written, listed, removed or moved.
+local FIRST_FAILURE, LAST_FAILURE = 6001, 6009
+
+local SUMMARY = {
+    "packets", "entries", "logged", "coalesced", "lines", "findings", "blocks", "seconds",
+}
+
+-- The second field of a probe event is the address that probed.
+local function Source(text) return text:match("^[^|]*|([^|]*)") or "" end
+
+-- Before the first packet there is no time.
+local function Clock(usec)
+    if usec == 0 then return "start:" end
+    return ("%s.%06d"):format(os.date("%Y/%m/%d %H:%M:%S", math.floor(usec / 1e6)), usec % 1e6)
+end
+
+local text = {}
+
+function text.finding(usec, number, words)
+    print(("%s finding %d from %s: %s"):format(Clock(usec), number, Source(words), words))
+end
+
+function text.event(usec, number, words)
+    print(("%s event %d: %s"):format(Clock(usec), number, words))
+end
+
+function text.block(usec, address, msec)
+    print(("%s block %s for %g seconds"):format(Clock(usec), address, msec / 1000))
+end
+
+function text.summary(counts)
+    for _, name in ipairs(SUMMARY) do
+        local form = name == "seconds" and "%-10s %.6f" or "%-10s %.0f"
+        print(form:format(name, counts[name]))
+    end
+    print(("%-10s %s"):format("files", counts.files))
+end
+
+local lines = {}
+
+function lines.finding(usec, number, words)
+    print(json("kind", "finding", "time", usec / 1e6, "number", number, "text", words,
+               "source", Source(words)))
+end
+
+function lines.event(usec, number, words)
+    print(json("kind", "event", "time", usec / 1e6, "number", number, "text", words))
+end
+
+function lines.block(usec, address, msec)
+    print(json("kind", "block", "time", usec / 1e6, "address", address, "seconds", msec / 1000))
+end
+
+function lines.summary(counts)
+    local pairsOfSummary = {"kind", "summary"}
+    for _, name in ipairs(SUMMARY) do
+        pairsOfSummary[#pairsOfSummary + 1] = name
+        pairsOfSummary[#pairsOfSummary + 1] = counts[name]
+    end
+    print(json(table.unpack(pairsOfSummary)))
+end
+
+return function(asJson)
+    local form = asJson and lines or text
+    local reporter = {findings = 0, blocks = 0, failures = 0}
+
+    local function Event(usec, number, words)
+        if number >= FIRST_FAILURE and number <= LAST_FAILURE then
+            reporter.failures = reporter.failures + 1
+        end
+        if number < FIRST_PROBE or number > LAST_PROBE then return form.event(usec, number, words) end
+        reporter.findings = reporter.findings + 1
+        form.finding(usec, number, words)
+    end
+
+    local function Block(usec, address, msec)
+        reporter.blocks = reporter.blocks + 1
+        form.block(usec, address, msec)
+    end
+
+    function reporter.News(kind, ...)
+        if kind == "event" then Event(...) else Block(...) end
+    end
+
+    function reporter.Summary(counts)
+        counts.findings, counts.blocks = reporter.findings, reporter.blocks
+        form.summary(counts)
+    end
+
+    return reporter
+end
