@@ -29,5 +29,7 @@ struct Player {
     const double captures;           // how many there are
     double done = 0;                 // and how many have been read
     kdi_handle_t current = nullptr;  // the capture whose beginning the clock knows
-    std::vector<Event> events;       // taken, being told
+    int64_t nextTick = 0;        // capture time of the next second, microseconds since the epoch
+    unsigned int idleTicks = 0;  // seconds since the last entry
+    std::vector<Event> events;   // taken, being told
 };

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "Interrupt.h"
@@ -10,6 +11,10 @@
 #include "Player.h"
 
 namespace {
+
+constexpr int64_t kTickUsec = 1'000'000;
+// A longer silence is passed over at once: by then nothing is left that a second could change.
+constexpr unsigned int kMaxIdleTicks = 3600;
 
 char s_ReporterKey;  // the registry's key of the function that OnNews got
 
@@ -83,8 +88,27 @@ void MoveClock(Player& player, kdi_handle_t handle, const velm_log_entry_s& entr
         kdi_get_statistics(handle, &statistics);
         player.clock.BeginCapture(statistics.first_usec);
         player.current = handle;
+        player.nextTick = statistics.first_usec;
     }
-    player.clock.MoveTo(int64_t{entry.log_last_sec} * 1'000'000 + entry.log_last_usec);
+    const int64_t time = int64_t{entry.log_last_sec} * 1'000'000 + entry.log_last_usec;
+    player.clock.MoveTo(time);
+    player.idleTicks = 0;
+    if (time < player.nextTick) return;
+    player.nextTick += ((time - player.nextTick) / kTickUsec + 1) * kTickUsec;
+    kdi_hold_back(handle, player.nextTick);
+}
+
+// The capture has come to the next second.
+void Tick(Player& player, kdi_handle_t handle) {
+    player.clock.MoveTo(player.nextTick);
+    player.nextTick += kTickUsec;
+    if (++player.idleTicks > kMaxIdleTicks) {
+        kdi_statistics_s statistics{};
+        kdi_get_statistics(handle, &statistics);
+        player.nextTick = std::max(player.nextTick, statistics.last_usec);
+        player.idleTicks = 0;
+    }
+    kdi_hold_back(handle, player.nextTick);
 }
 
 void DrawProgress(Player& player, kdi_handle_t handle) {
@@ -104,7 +128,8 @@ int PushEnd(lua_State* L, const char* state) {
 }
 
 // Next(handle): tells the news of the entry before, moves the clock to the next and returns its
-// three strings; or nil and "end", "interrupted", or "failed" with the reason.
+// three strings; or nil and "tick" when a second of capture time has passed, "end", "interrupted",
+// or "failed" with the reason.
 int Next(lua_State* L) {
     Player& player = Self(L);
     const kdi_handle_t handle = CheckKdiHandle(L, 1);
@@ -116,6 +141,10 @@ int Next(lua_State* L) {
     if (result == KDI_ENTRY) {
         MoveClock(player, handle, entry->entry);
         return PushEntry(L, *entry);
+    }
+    if (result == KDI_TIMEOUT) {
+        Tick(player, handle);
+        return PushEnd(L, "tick");
     }
     if (result != KDI_FAILED) return PushEnd(L, "end");
     char error[512] = "";
@@ -131,7 +160,7 @@ void SetCount(lua_State* L, const char* field, uint64_t value) {
 }
 
 // Finish(handle): the capture's end. The clock moves to its last packet. Returns {packets=,
-// entries=, dropped=, usec=}, the last the capture time covered.
+// entries=, sources=, dropped=, usec=}, the last the capture time covered.
 int Finish(lua_State* L) {
     Player& player = Self(L);
     const kdi_handle_t handle = CheckKdiHandle(L, 1);
@@ -144,13 +173,20 @@ int Finish(lua_State* L) {
     }
     player.current = nullptr;
     ++player.done;
-    lua_createtable(L, 0, 4);
+    lua_createtable(L, 0, 5);
     SetCount(L, "packets", statistics.packets);
     SetCount(L, "entries", statistics.entries);
+    SetCount(L, "sources", statistics.sources);
     SetCount(L, "dropped", statistics.dropped);
     const int64_t covered = statistics.last_usec - statistics.first_usec;
     SetCount(L, "usec", hasPackets && covered > 0 ? static_cast<uint64_t>(covered) : 0);
     return 1;
+}
+
+// RunOn(): one second without packets.
+int RunOn(lua_State* L) {
+    Self(L).clock.RunOn(kTickUsec);
+    return 0;
 }
 
 // Describe(handle): how the source understands its capture; "" if there is nothing to say.
@@ -184,6 +220,7 @@ const luaL_Reg kFunctions[] = {
     {"ReportNews", Guarded<ReportNews>},
     {"Next", Guarded<Next>},
     {"Finish", Guarded<Finish>},
+    {"RunOn", Guarded<RunOn>},
     {"Describe", Guarded<Describe>},
     {"TempDirectory", Guarded<MakeTempDirectory>},
     {"CountLines", Guarded<CountLines>},

@@ -13,6 +13,8 @@ public:
     void BeginCapture(int64_t firstUsec);
     // Moves on to a packet's time.
     void MoveTo(int64_t usec);
+    // Moves on without packets.
+    void RunOn(int64_t usec) { MoveTo(m_CaptureUsec + usec); }
 
     // Time of the latest packet, microseconds since the epoch.
     int64_t CaptureUsec() const { return m_CaptureUsec; }

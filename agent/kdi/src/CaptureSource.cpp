@@ -1,5 +1,8 @@
 #include "CaptureSource.h"
 
+#include <algorithm>
+#include <cstring>
+
 #include "Survey.h"
 
 namespace Kdi {
@@ -37,7 +40,6 @@ bool CaptureSource::SurveyFile() {
 bool CaptureSource::ReadPacket() {
     if (m_File.Count() == m_Surveyed || !m_File.Next()) return false;
     NotePacket();
-    m_Firewall->SetClock(m_Packet.time);
     m_PacketWaits = true;
     return true;
 }
@@ -68,12 +70,29 @@ kdi_next_result CaptureSource::Deliver(velm_log_entry_s& entry) {
     const auto& interface = m_Host->Interface();
     FillEntry(m_Record, interface ? interface->data() : nullptr, entry);
     ++m_Statistics.entries;
+    NoteSource(entry);
     return KDI_ENTRY;
+}
+
+void CaptureSource::NoteSource(const velm_log_entry_s& entry) {
+    SourceKey key;
+    if (entry.log_flags & LOG_FLAG_IPV4) {
+        key.low = uint64_t{entry.log_ip.v4.iph_src} << 8 | 4;
+    } else {
+        const uint8_t* address = entry.log_ip.v6.ipv6h_src.bytes;
+        memcpy(&key.low, address, sizeof key.low);
+        memcpy(&key.high, address + sizeof key.low, sizeof key.high);
+    }
+    if (key == m_LastSource) return;
+    m_LastSource = key;
+    m_Statistics.sources += m_Sources.Insert(key).second;
 }
 
 kdi_next_result CaptureSource::Next(unsigned int, velm_log_entry_s& entry) {
     while (m_PacketWaits || ReadPacket()) {
+        m_Firewall->SetClock(Now());
         if (m_Firewall->NextOverdue(m_Record)) return Deliver(entry);
+        if (m_Packet.time >= m_HoldBack) return KDI_TIMEOUT;
         if (JudgePacket()) return Deliver(entry);
     }
     if (m_Firewall->NextUnfinished(m_Record)) return Deliver(entry);
@@ -85,10 +104,15 @@ kdi_next_result CaptureSource::Finish() {
     return m_Error.empty() ? KDI_END : KDI_FAILED;
 }
 
-// Before the second reading has begun, time stands at the first packet.
+// Time is that of the last packet, but not beyond the moment up to which packets are wanted; before
+// the second reading it stands at the first packet.
+int64_t CaptureSource::Now() const {
+    if (m_Statistics.packets == 0) return m_FirstTime;
+    return std::min(m_Statistics.last_usec, m_HoldBack);
+}
+
 int CaptureSource::Block(const kdi_blacklist_s& record) {
-    const int64_t now = m_Statistics.packets ? m_Statistics.last_usec : m_FirstTime;
-    m_Blocks.Block(record.bl_ipv4_addr, now + int64_t{record.bl_duration_msec} * 1000);
+    m_Blocks.Block(record.bl_ipv4_addr, Now() + int64_t{record.bl_duration_msec} * 1000);
     return 0;
 }
 

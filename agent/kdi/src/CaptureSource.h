@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <limits>
 #include <optional>
 #include <string>
 
@@ -7,6 +9,7 @@
 #include "CaptureFile.h"
 #include "CaptureOptions.h"
 #include "Firewall.h"
+#include "FlatMap.h"
 #include "LocalHost.h"
 #include "Source.h"
 
@@ -23,10 +26,26 @@ public:
     bool Open(const kdi_capture_options_s& options);
 
     kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
+    void HoldBack(int64_t usec) override { m_HoldBack = usec; }
     int Block(const kdi_blacklist_s& record) override;
     void GetStatistics(kdi_statistics_s& statistics) const override { statistics = m_Statistics; }
 
 private:
+    // An entry's source: an IPv6 address, or an IPv4 address and the number 4, which no IPv6 source
+    // begins with.
+    struct SourceKey {
+        uint64_t low = 0;
+        uint64_t high = 0;
+
+        bool Empty() const { return (low | high) == 0; }
+        uint64_t Hash() const { return Mix(low, high); }
+        bool operator==(const SourceKey& other) const {
+            return low == other.low && high == other.high;
+        }
+    };
+
+    int64_t Now() const;
+    void NoteSource(const velm_log_entry_s& entry);
     bool ParseOptions(const kdi_capture_options_s& options);
     bool SurveyFile();
     bool ReadPacket();
@@ -42,13 +61,16 @@ private:
     std::optional<LocalHost> m_Host;
     std::optional<Firewall> m_Firewall;
     Blocks m_Blocks;
+    FlatMap<SourceKey, Nothing> m_Sources;
+    SourceKey m_LastSource;
+    int64_t m_HoldBack = std::numeric_limits<int64_t>::max();  // microseconds since the epoch
     Packet m_Packet;
     Record m_Record;
     bool m_PacketWaits = false;  // read, but what time brings forth before it comes first
     int64_t m_FirstTime = 0;     // of the first packet, from the first reading
     uint64_t m_Surveyed = 0;     // packets that the first reading found
     std::string m_SurveyError;   // where it had to stop
-    kdi_statistics_s m_Statistics = {0, 0, 0, -1, -1, 0};
+    kdi_statistics_s m_Statistics = {0, 0, 0, 0, -1, -1, 0};
 };
 
 }  // namespace Kdi

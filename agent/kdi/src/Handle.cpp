@@ -83,6 +83,10 @@ kdi_next_result kdi_next_entry(kdi_handle_t handle, unsigned int timeout_msec,
     }
 }
 
+void kdi_hold_back(kdi_handle_t handle, int64_t usec) {
+    handle->source->HoldBack(usec);
+}
+
 void kdi_get_error(kdi_handle_t handle, char* buffer, unsigned int size) {
     if (!handle) return CopyText("", buffer, size);
     const std::string& error = handle->failure.empty() ? handle->source->Error() : handle->failure;

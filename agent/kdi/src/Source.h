@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -14,6 +15,8 @@ public:
 
     // Fills `entry` if the result is KDI_ENTRY; sets Error() if it is KDI_FAILED.
     virtual kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) = 0;
+    // From now on packets of this time (microseconds since the epoch) and later are held back.
+    virtual void HoldBack(int64_t) {}
     // Acts on a record that was checked. 0 or an errno value.
     virtual int Block(const kdi_blacklist_s& record) = 0;
     virtual void GetStatistics(kdi_statistics_s& statistics) const = 0;

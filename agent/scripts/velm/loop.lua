@@ -1,19 +1,30 @@
--- The agent's entry loop: takes the entries of a source and gives each to the log. It is all that
--- runs for an entry in Lua, so it makes nothing and looks nothing up.
+-- The agent's entry loop: takes the entries of a source and gives each to the log. Nothing else runs in Lua
+-- for an entry, so the loop makes nothing and looks nothing up.
 
 local loop = {}
 
--- `nextEntry(source)` returns the three strings of an entry; or nil and why there is none, which Feed
--- hands on behind the number of entries that were logged.
+-- What is to be done about once a second, entries or not: time bins are closed, hosts forgotten, and records
+-- whose time has come written.
+function loop.Maintain(log, configuration)
+    log:CacheMaintenance(configuration)
+    log:FlushBufferedData(false)
+end
+
+-- `nextEntry(source)` returns the three strings of an entry; or nil and "tick" when a second has passed, or
+-- nil and why there is none, which Feed hands on behind the number of entries that were logged.
 function loop.Feed(source, nextEntry, log, configuration)
     local write = log.WriteLogData
     local logged = 0
-    local entry, packetData, logData = nextEntry(source)
-    while entry do
-        if write(log, entry, packetData, configuration, logData) then logged = logged + 1 end
-        entry, packetData, logData = nextEntry(source)
+    while true do
+        local entry, packetData, logData = nextEntry(source)
+        if entry then
+            if write(log, entry, packetData, configuration, logData) then logged = logged + 1 end
+        elseif packetData == "tick" then
+            loop.Maintain(log, configuration)
+        else
+            return logged, packetData, logData
+        end
     end
-    return logged, packetData, logData
 end
 
 return loop

@@ -40,30 +40,52 @@ local function OpenCapture(capture, options)
     return source
 end
 
-local function NewCounts() return {packets = 0, entries = 0, logged = 0, usec = 0} end
+local DEFAULT_BIN_MSEC = 10000
+local MAX_RUN_ON_SECONDS = 7200
+
+local function NewCounts()
+    return {packets = 0, entries = 0, sources = 0, dropped = 0, logged = 0, usec = 0}
+end
 
 local function AddCounts(counts, logged, statistics)
     counts.logged = counts.logged + logged
     counts.packets = counts.packets + statistics.packets
     counts.entries = counts.entries + statistics.entries
+    counts.sources = counts.sources + statistics.sources
+    counts.dropped = counts.dropped + statistics.dropped
     counts.usec = counts.usec + statistics.usec
 end
 
+-- Returns the source, open: the log has it block hosts until it is given another one.
 local function PlayCapture(capture, options, log, configuration, counts)
     local source = OpenCapture(capture, options)
     log:SetKdi(source)
     local logged, state, reason = loop.Feed(source, player.Next, log, configuration)
     AddCounts(counts, logged, player.Finish(source))
     player.ReportNews(source)
-    source:Close()
     if state == "failed" then fail(2, reason) end
     if state == "interrupted" then fail(1, "replay", "interrupted") end
+    return source
+end
+
+-- The clock runs on for two time bins, so that what the last packets were part of is judged.
+local function RunOn(source, log, configuration)
+    local bin = tonumber(dom:Get("plg.ostrel.analysis.ScanTimeBinMillisec")) or DEFAULT_BIN_MSEC
+    for _ = 1, math.min(math.ceil(2 * bin / 1000), MAX_RUN_ON_SECONDS) do
+        player.RunOn()
+        loop.Maintain(log, configuration)
+        player.ReportNews(source)
+    end
 end
 
 local function PlayAll(options, log, configuration, counts)
+    local last
     for _, capture in ipairs(options.captures) do
-        PlayCapture(capture, options, log, configuration, counts)
+        local source = PlayCapture(capture, options, log, configuration, counts)
+        if last then last:Close() end
+        last = source
     end
+    RunOn(last, log, configuration)
 end
 
 -- What was read is written and told, also when the replay ended early.

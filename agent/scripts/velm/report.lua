@@ -8,11 +8,32 @@ local FIRST_PROBE, LAST_PROBE = 7000, 7004
 local FIRST_FAILURE, LAST_FAILURE = 6001, 6009
 
 local SUMMARY = {
-    "packets", "entries", "logged", "coalesced", "lines", "findings", "blocks", "seconds",
+    "packets", "entries", "sources", "logged", "coalesced", "lines", "findings", "blocks", "dropped",
+    "seconds",
+}
+-- What a name does not say by itself.
+local REMARKS = {
+    sources = "different source addresses of entries",
+    coalesced = "repeats, counted on the line of the first",
+    dropped = "packets of blocked sources",
 }
 
 -- The second field of a probe event is the address that probed.
 local function Source(text) return text:match("^[^|]*|([^|]*)") or "" end
+
+local PROBES = {"FingerprintScan", "HostOrPortScan", "NullScan", "SynFinScan", "XmasScan"}
+local PROTOCOLS = {["6"] = "TCP", ["17"] = "UDP"}
+
+-- A probe event in words: type, address, protocol, block time, and for sweeps the addresses and ports.
+local function Words(text)
+    local kind, source, protocol, seconds, rest = text:match("^([^|]*)|([^|]*)|(%d+)|(-?%d+)(.*)$")
+    if not kind then return text end
+    local words = ("%s from %s (%s)"):format(kind, source, PROTOCOLS[protocol] or protocol)
+    local addresses, ports = rest:match("^|(%d+)|(%d+)$")
+    if addresses then words = words .. (", %s addresses, %s ports"):format(addresses, ports) end
+    if tonumber(seconds) > 0 then return words .. (", blocked for %s seconds"):format(seconds) end
+    return words .. ", not blocked"
+end
 
 -- Before the first packet there is no time.
 local function Clock(usec)
@@ -23,7 +44,7 @@ end
 local text = {}
 
 function text.finding(usec, number, words)
-    print(("%s finding %d from %s: %s"):format(Clock(usec), number, Source(words), words))
+    print(("%s finding %d: %s"):format(Clock(usec), number, Words(words)))
 end
 
 function text.event(usec, number, words)
@@ -37,7 +58,12 @@ end
 function text.summary(counts)
     for _, name in ipairs(SUMMARY) do
         local form = name == "seconds" and "%-10s %.6f" or "%-10s %.0f"
-        print(form:format(name, counts[name]))
+        local line = form:format(name, counts[name])
+        if REMARKS[name] then line = ("%-22s (%s)"):format(line, REMARKS[name]) end
+        print(line)
+    end
+    for _, kind in ipairs(PROBES) do
+        if counts.kinds[kind] then print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
     end
     print(("%-10s %s"):format("files", counts.files))
 end
@@ -69,6 +95,7 @@ end
 return function(asJson)
     local form = asJson and lines or text
     local reporter = {findings = 0, blocks = 0, failures = 0}
+    local kinds = {}  -- findings by type
 
     local function Event(usec, number, words)
         if number >= FIRST_FAILURE and number <= LAST_FAILURE then
@@ -76,6 +103,8 @@ return function(asJson)
         end
         if number < FIRST_PROBE or number > LAST_PROBE then return form.event(usec, number, words) end
         reporter.findings = reporter.findings + 1
+        local kind = words:match("^[^|]*")
+        kinds[kind] = (kinds[kind] or 0) + 1
         form.finding(usec, number, words)
     end
 
@@ -90,6 +119,7 @@ return function(asJson)
 
     function reporter.Summary(counts)
         counts.findings, counts.blocks = reporter.findings, reporter.blocks
+        counts.kinds = kinds
         form.summary(counts)
     end
 
