@@ -95,7 +95,7 @@ bool ConfigUtils::getInterfaceID(int driverIndex, int& id) {
     }
     lua_State* L = m_Reader.State();
     lua_pushnil(L);
-    while (lua_next(L, -2) != 0) {
+    while (m_Reader.Next(-2)) {
         if (m_Reader.IsTable(-1) && m_Reader.NumberField("id") == driverIndex) {
             const std::string mac = m_Reader.BytesField("mac");
             m_Reader.Pop(1);
@@ -155,7 +155,7 @@ bool ConfigUtils::getAgentConfigurationTrafficAnalysis(IpSpaceList*& destIpList,
         return false;
     lua_State* L = m_Reader.State();
     lua_pushnil(L);
-    while (lua_next(L, -2) != 0) {
+    while (m_Reader.Next(-2)) {
         const lua_Integer type = lua_tointegerx(L, -2, nullptr);
         if (m_Reader.IsTable(-1) && type < kProbeTypes) {
             const size_t bit = static_cast<size_t>(type);

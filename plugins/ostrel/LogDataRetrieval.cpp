@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <limits>
 #include <list>
 
 #include <wx/filename.h>
@@ -41,6 +42,13 @@ public:
 private:
     int m_Fd;
 };
+
+// A bound of the window widened by the slack, held within the range of the type.
+long Widened(long bound, long slack) {
+    long widened;
+    if (!__builtin_add_overflow(bound, slack, &widened)) return widened;
+    return slack > 0 ? std::numeric_limits<long>::max() : std::numeric_limits<long>::min();
+}
 
 // The first time of a record in microseconds: the number behind the last comma and its blank. 0 if
 // there is none.
@@ -164,7 +172,7 @@ LogData::LineOutcome LogData::JudgeLine(Retrieval& retrieval, const LogLine& lin
     retrieval.lineTime = lineTime;
 
     const bool isBeyondSlack =
-        retrieval.endTime != 0 && lineTime > retrieval.endTime + retrieval.slack;
+        retrieval.endTime != 0 && lineTime > Widened(retrieval.endTime, retrieval.slack);
     if (isBeyondSlack && retrieval.lineNumber == 0) {
         OSTREL_TRACE(s_Trace,
                      "GetLogData() - Skipping all of file %.128s since it's newer than we want.",
@@ -198,7 +206,7 @@ LogData::LineOutcome LogData::JudgeLine(Retrieval& retrieval, const LogLine& lin
 // time, since a rotation changes it.
 bool LogData::IsLateLineWanted(const Retrieval& retrieval) {
     if (!retrieval.isPrimary) return false;
-    if (retrieval.lineTime < retrieval.startTime - retrieval.slack) return false;
+    if (retrieval.lineTime < Widened(retrieval.startTime, -retrieval.slack)) return false;
     if (retrieval.lineNumber <= Bookmark(retrieval.whichDriver)) return false;
     if (!m_FirstRetrieval[retrieval.whichDriver]) return true;
     SetBookmark(retrieval.whichDriver, retrieval.lineNumber);

@@ -22,6 +22,10 @@ int GetField(lua_State* L) {
     return 1;
 }
 
+int GetNext(lua_State* L) {
+    return lua_next(L, 1) != 0 ? 2 : 0;
+}
+
 // The conversions of a number that an int cannot hold are undefined: they give the nearest int.
 int Truncate(lua_Number number) {
     if (std::isnan(number)) return 0;
@@ -44,6 +48,18 @@ void TableReader::PushField(int index, const char* key) {
     // Lua only hands the pointer back; the key itself is not written to.
     lua_pushlightuserdata(m_L, const_cast<char*>(key));
     if (lua_pcall(m_L, 2, 1, 0) != LUA_OK) throw ScriptError();
+}
+
+// The walk raises if a metamethod that ran in between has taken the key out of the table.
+bool TableReader::Next(int table) {
+    table = lua_absindex(m_L, table);
+    const int key = lua_gettop(m_L);
+    lua_pushcfunction(m_L, GetNext);
+    lua_pushvalue(m_L, table);
+    lua_pushvalue(m_L, key);
+    if (lua_pcall(m_L, 2, LUA_MULTRET, 0) != LUA_OK) throw ScriptError();
+    lua_remove(m_L, key);
+    return lua_gettop(m_L) > key;
 }
 
 int TableReader::IntegerField(const char* key) {

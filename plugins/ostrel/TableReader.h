@@ -22,6 +22,9 @@ public:
     // Pushes the field of the value at `index`, with metamethods.
     void PushField(int index, const char* key);
     void PushRawItem(int index, int key) { lua_rawgeti(m_L, index, key); }
+    // Replaces the key on top by the table's next key and value; with none left, pops it and
+    // returns false.
+    bool Next(int table);
     void Pop(int count) { lua_settop(m_L, -count - 1); }
 
     // Each pushes a field of the table on top, reads it and pops it. A missing field reads as 0,
