@@ -2,6 +2,8 @@
 
 #include <cstdlib>
 
+#include <wx/init.h>
+
 #include "DomBinding.h"
 #include "FileText.h"
 #include "KdiBinding.h"
@@ -23,6 +25,7 @@ int Exit(lua_State* L) {
         status = luaL_optint(L, 1, EXIT_SUCCESS);
     if (agent->IsShutDown()) return luaL_error(L, "the agent is ending already");
     agent->Shutdown();
+    wxUninitialize();  // main's own end is not reached
     std::exit(status);
 }
 

@@ -3,6 +3,9 @@
 #include <cstdio>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <mutex>
+#include <set>
 
 #include "Blacklist.h"
 #include "Source.h"
@@ -21,6 +24,33 @@ namespace {
 
 std::atomic<int> s_FailBlacklist{0};
 
+// The open handles. The module keeps a handle that its script may close, so a block must not trust
+// it.
+class OpenHandles {
+public:
+    void Add(kdi_handle_t handle) {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Handles.insert(handle);
+    }
+    void Remove(kdi_handle_t handle) {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Handles.erase(handle);
+    }
+    bool Has(kdi_handle_t handle) {
+        const std::lock_guard<std::mutex> lock(m_Mutex);
+        return m_Handles.count(handle) != 0;
+    }
+
+private:
+    std::mutex m_Mutex;
+    std::set<kdi_handle_t> m_Handles;
+};
+
+OpenHandles& Handles() {
+    static OpenHandles handles;
+    return handles;
+}
+
 // Entries carry headers only; a reader still gets a pointer that may be read from, for 0 bytes.
 const unsigned char s_NoData = 0;
 
@@ -38,6 +68,7 @@ kdi_handle_t Open(const char* source, const kdi_capture_options_s* options, std:
     if (!handle->source) return nullptr;
     handle->entry.packet_data = handle->entry.log_data = &s_NoData;
     handle->entry.packet_data_len = handle->entry.log_data_len = 0;
+    Handles().Add(handle.get());
     return handle.release();
 }
 
@@ -69,6 +100,7 @@ kdi_handle_t kdi_open_source(const char* source, const kdi_capture_options_s* op
 }
 
 void kdi_close(kdi_handle_t handle) {
+    Handles().Remove(handle);
     delete handle;
 }
 
@@ -106,6 +138,7 @@ int kdi_add_blacklist(kdi_handle_t handle, const void* record) {
     if (failure != 0) return failure;
     if (!handle || !record) return EINVAL;
     try {
+        if (!Handles().Has(handle)) return EBADF;
         return AddBlacklist(*handle, record);
     } catch (const std::exception&) {
         return ENOMEM;

@@ -76,8 +76,9 @@ KDI_API void kdi_get_statistics(kdi_handle_t handle, kdi_statistics_s* statistic
 // nothing to say. Valid until the handle is closed.
 KDI_API const char* kdi_describe(kdi_handle_t handle);
 
-// Blocks an address. `record` is a kdi_blacklist_s and stays the caller's. A capture drops the
-// address's later packets, on its own clock, until the time is over.
+// Blocks an address. `record` is a kdi_blacklist_s and stays the caller's. A handle that was closed
+// gives EBADF. A capture drops the address's later packets, on its own clock, until the time is
+// over.
 KDI_API int kdi_add_blacklist(kdi_handle_t handle, const void* record);
 // Records that kdi_add_blacklist got since the last call: copies at most `capacity` of the oldest
 // and returns how many; the others stay.

@@ -1,0 +1,12 @@
+# The driver library: its C interface, and the parts that it hides.
+set(kdi_tests ${CMAKE_CURRENT_LIST_DIR}/kdi)
+velm_unit_test(kdi_test
+    ${kdi_tests}/ConnectionTest.cpp
+    ${kdi_tests}/HandleTest.cpp
+    ${kdi_tests}/LocalHostTest.cpp
+    ${kdi_tests}/PacketRulesTest.cpp
+    ${kdi_tests}/RecordedCaptureTest.cpp
+    LIBS kdi)
+target_compile_definitions(kdi_test PRIVATE
+    KDI_TEST_CAPTURES="${CMAKE_CURRENT_LIST_DIR}/../captures")
+velm_unit_test(kdi_parts_test ${kdi_tests}/PartsTest.cpp LIBS kdi_objects)
