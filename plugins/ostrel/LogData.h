@@ -8,6 +8,7 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include <wx/arrstr.h>
 #include <wx/file.h>
@@ -84,8 +85,11 @@ public:
     void SetNumberOfOldCopies(int count) { m_NumberOfOldCopies = count; }
     int GetNumberOfOldCopies() const { return m_NumberOfOldCopies; }
 
-    // Gives the reader of the configuration table for one script call, null behind it.
-    void SetConfigUtils(ConfigUtils* configUtils) { m_pConfigUtils = configUtils; }
+    // Gives the reader of the configuration table for one script call, and behind it the former one
+    // again, which is returned.
+    ConfigUtils* SetConfigUtils(ConfigUtils* configUtils) {
+        return std::exchange(m_pConfigUtils, configUtils);
+    }
     // Keeps the driver handle, which stays the caller's.
     void SetKdi(kdi_handle_ops_s* handle) { m_KdiHandle = handle; }
     VelmCore::CDom& GetDom() { return m_Dom; }

@@ -1,5 +1,6 @@
 // LogData: the file set on disk, its rotation, and a full disk.
 
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -39,6 +40,15 @@ void AppendNumber(std::string& line, const char* separator, unsigned long long v
     line.append(digits, std::to_chars(digits, digits + sizeof digits, value).ptr);
 }
 
+// False, with errno, for a directory that cannot be read. wxDir::GetAllFiles finds no files there
+// and says no more.
+bool IsListable(const wxString& path) {
+    DIR* directory = opendir(path.fn_str());
+    if (directory == nullptr) return false;
+    closedir(directory);
+    return true;
+}
+
 // The number that a file's extension shows. False if it has none or it is no number.
 bool VersionNumber(const wxString& path, long& number) {
     return wxFileName(path).GetExt().ToLong(&number, 10);
@@ -49,7 +59,7 @@ bool VersionNumber(const wxString& path, long& number) {
 bool LogData::InitializeLogFile() {
     if (m_LogFile.IsOpened()) return true;
     int fd = OpenLogFile();
-    if (fd == -1 && (errno == ENOENT || errno == ENOTDIR) && !wxDirExists(m_LogFilePath)) {
+    if (fd == -1 && !wxDirExists(m_LogFilePath)) {
         if (!wxFileName::Mkdir(m_LogFilePath, 0755, wxPATH_MKDIR_FULL)) {
             m_Dom.AgentEventWrite(6003, "%.128s", m_LogFilePath);
             return false;
@@ -173,16 +183,17 @@ bool LogData::RotateFiles() {
     // The next current file starts empty, so its bookmarks do too, those of either kind.
     m_Dom.Set(m_LastLineKeys[DriverFirewall], 0LL);
     m_Dom.Set(m_LastLineKeys[DriverDpi], 0LL);
-    for (int i = m_NumberOfOldCopies - 1; i >= 0; --i) {
+    for (int number = m_NumberOfOldCopies; number > 0; --number) {
         wxFileName from(m_LogFilePath, m_LogFileName);
         wxFileName to(from);
-        if (i > 0) from.SetExt(wxString::Format("%d", i));
-        to.SetExt(wxString::Format("%d", i + 1));
+        if (number > 1) from.SetExt(wxString::Format("%d", number - 1));
+        to.SetExt(wxString::Format("%d", number));
         const wxString fromPath = from.GetFullPath();
         const wxString toPath = to.GetFullPath();
         if (!wxFileExists(fromPath)) continue;
         OSTREL_TRACE(s_Trace, "RotateFiles() - renaming %.128s to %.128s", fromPath, toPath);
-        if (wxRenameFile(fromPath, toPath, true)) {
+        // Not wxRenameFile, nor wxRemoveFile below: they log, and errno is gone then.
+        if (wxRename(fromPath, toPath) == 0) {
             VelmCore::SecureFileOrDirectory(toPath, false);
         } else {
             m_Dom.AgentEventWrite(6007, "%.128s|%.128s|%.128s", fromPath, toPath,
@@ -203,7 +214,7 @@ bool LogData::RemoveOldFiles(bool oldestOnly) {
         const wxString& path = files[i];
         const long number = strtol(wxFileName(path).GetExt().utf8_str(), nullptr, 10);
         if (number < m_NumberOfOldCopies && (number < 1 || !oldestOnly)) continue;
-        if (wxRemoveFile(path)) {
+        if (wxRemove(path) == 0) {
             OSTREL_TRACE(s_Trace, "Deleted log file %.128s", path);
             if (oldestOnly) return true;
         } else {
@@ -221,13 +232,13 @@ bool LogData::RemoveOldestFile() {
 unsigned int LogData::GetAllLogFiles(wxString prefix, wxArrayString& files) {
     files.clear();
     prefix += "*";
-    const size_t found = wxDir::GetAllFiles(m_LogFilePath, &files, prefix, wxDIR_FILES);
-    if (found == static_cast<size_t>(-1)) {
+    if (!IsListable(m_LogFilePath)) {
         const int error = errno;
         m_Dom.AgentEventWrite(6005, "%.128s|%.128s", m_LogFilePath, VelmCore::ErrnoToString(error));
         errno = error;
         return kNoFiles;
     }
+    wxDir::GetAllFiles(m_LogFilePath, &files, prefix, wxDIR_FILES);
     files.Sort(VersionNumberCompare);
     return static_cast<unsigned int>(files.size());
 }

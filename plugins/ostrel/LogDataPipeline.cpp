@@ -16,11 +16,17 @@ bool LogData::WriteLogData(const velm_log_entry_s* entry, const unsigned char* p
     WorkingRecord record;
     record.Assign(*entry, packetData, packetDataLen, logData, logDataLen);
 
+    // The memory of the last text serves again. It is taken out of the object, since a metamethod
+    // of the configuration table may call in here anew.
+    std::string text;
+    text.swap(m_Text);
     long long firstTime;
     long long lastTime;
-    if (!BinaryToAscii(&record, m_Text, firstTime, lastTime)) return false;
-    if (!ProcessLogData(m_Text, firstTime, &record)) return false;
-    return CacheRecord(m_Text, firstTime, lastTime, entry->log_repeat_count);
+    const bool ok = BinaryToAscii(&record, text, firstTime, lastTime) &&
+                    ProcessLogData(text, firstTime, &record) &&
+                    CacheRecord(text, firstTime, lastTime, entry->log_repeat_count);
+    text.swap(m_Text);
+    return ok;
 }
 
 bool LogData::ProcessLogData(const std::string& text, const long long& firstTime,

@@ -82,16 +82,17 @@ void PushText(lua_State* L, const wxString& text) {
 // Lends the configuration table of a script call to the log.
 class ConfigurationScope {
 public:
-    ConfigurationScope(LogData& log, lua_State* L, int index) : m_Log(log), m_Utils(L, index) {
-        m_Log.SetConfigUtils(&m_Utils);
-    }
-    ~ConfigurationScope() { m_Log.SetConfigUtils(nullptr); }
+    ConfigurationScope(LogData& log, lua_State* L, int index)
+        : m_Log(log), m_Utils(L, index), m_Outer(log.SetConfigUtils(&m_Utils)) {}
+    ~ConfigurationScope() { m_Log.SetConfigUtils(m_Outer); }
     ConfigurationScope(const ConfigurationScope&) = delete;
     ConfigurationScope& operator=(const ConfigurationScope&) = delete;
 
 private:
     LogData& m_Log;
     ConfigUtils m_Utils;
+    ConfigUtils*
+        m_Outer;  // of a call that a metamethod of its table makes this one in; mostly null
 };
 
 int Construct(lua_State* L) {
@@ -105,10 +106,11 @@ int Construct(lua_State* L) {
 }
 
 int Destroy(lua_State* L) {
-    auto* object = static_cast<VelmCore::ScriptObject*>(lua_touserdata(L, 1));
-    if (object == nullptr || object->object == nullptr) return 0;
-    static_cast<LogData*>(object->object)->~LogData();
-    object->object = nullptr;
+    // A script can reach this function with any value.
+    void* log = TestObject(L, 1, kClassName);
+    if (log == nullptr) return 0;
+    static_cast<VelmCore::ScriptObject*>(lua_touserdata(L, 1))->object = nullptr;
+    static_cast<LogData*>(log)->~LogData();
     return 0;
 }
 

@@ -20,8 +20,12 @@ bool PushBases(lua_State* L) {
     return true;
 }
 
+// Deeper than any class tree; a circle ends here.
+constexpr int kMaxDepth = 16;
+
 // True if the class whose metatable lies on top is, or derives from, the class named.
-bool IsClass(lua_State* L, const char* fullName) {
+bool IsClass(lua_State* L, const char* fullName, int depth = 0) {
+    if (depth == kMaxDepth) return false;
     luaL_checkstack(L, 8, "class tree too deep");
     lua_pushliteral(L, "__class");
     lua_rawget(L, -2);
@@ -36,7 +40,7 @@ bool IsClass(lua_State* L, const char* fullName) {
             break;
         }
         lua_rawget(L, LUA_REGISTRYINDEX);
-        matches = lua_istable(L, -1) && IsClass(L, fullName);
+        matches = lua_istable(L, -1) && IsClass(L, fullName, depth + 1);
         lua_pop(L, 1);
     }
     lua_pop(L, 1);
