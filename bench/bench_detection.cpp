@@ -9,8 +9,8 @@
 
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>
-#include <lua.hpp>
 #include <wx/init.h>
+#include <lua.hpp>
 
 #include "ConfigUtils.h"
 #include "LogData.h"

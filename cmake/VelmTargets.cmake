@@ -9,6 +9,9 @@ function(velm_reuse_test_headers name)
         file(WRITE ${source} "")
         add_library(velm_test_headers OBJECT ${source})
         target_link_libraries(velm_test_headers PRIVATE velm_flags velm_core GTest::gtest)
+        # Compiled as the sources of a program are, or the compiler does not take it.
+        set_target_properties(velm_test_headers PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+        target_compile_options(velm_test_headers PRIVATE -fPIE)
         target_precompile_headers(velm_test_headers PRIVATE
             <gtest/gtest.h> <map> <string> <vector> <wx/string.h>)
     endif()

@@ -250,6 +250,7 @@ void WriteEntry(Fuzz::ScriptHost& host, const velm_log_entry_s& entry) {
     lua_pcall(L, 5, 1, 0);
     lua_settop(L, 0);
     Require(!OSTREL::LogDataPeer::HasConfiguration(host.Log()), "the configuration is given back");
+    OSTREL::LogDataPeer::FreeLists(host.Log());
 }
 
 struct World {

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Input.h"
+#include "LogDataPeer.h"
 #include "LuaConfiguration.h"
 #include "ReferenceLog.h"
 #include "ScriptHost.h"
@@ -120,6 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     CheckFile(Reference::ReadFile(directory + "/log"),
               expected == reference.files.files.end() ? "" : *expected->second);
     std::filesystem::remove(directory + "/log");
+    OSTREL::LogDataPeer::FreeLists(host.Log());
     world.dom.TakeEvents();
     VelmCore::TakeLog();
     return 0;

@@ -2,10 +2,10 @@
 # Shows the same captures to this system and to two open scan detectors, and prints side by side
 # what each reported and after how many packets. For people who want to judge; not a test.
 #
-#   psad       in analysis mode, on the kernel firewall lines that a host which drops what it does not
-#              serve would have written of the capture
-#   scanlogd   on one end of a veth, in namespaces of its own; tcpreplay feeds the other end with the
-#              packets to the host, at the capture's own pace
+#   psad       in analysis mode, on the kernel firewall lines that a host which drops what it does
+#              not serve would have written of the capture
+#   scanlogd   on one end of a veth, in namespaces of its own; tcpreplay feeds the other end with
+#              the packets to the host, at the capture's own pace
 #
 # Needs root. Everything that it starts lives in namespaces that end with it.
 set -euo pipefail
@@ -17,7 +17,7 @@ usage() {
 usage: $0 [--install] [--agent VELM_AGENT] [CAPTURE...]
   --install  installs psad, scanlogd and tcpreplay from Debian, without what they recommend
   --agent    the program to compare; build/release/bin/velm_agent otherwise
-Without captures a choice from tests/captures is shown, which takes about three minutes.
+Without captures a choice from tests/captures is shown, which takes some minutes.
 TEXT
 }
 

@@ -59,7 +59,7 @@ def parse(when, frame, whole):
 
 
 def host_of(agent, path):
-    """The addresses that the program takes for the host's own, so that all look at the same host."""
+    """The addresses that the program takes for the host's own: all are to look at one host."""
     words = subprocess.run([agent, "replay", "--json", path], stdout=subprocess.DEVNULL,
                            stderr=subprocess.PIPE, text=True, check=False).stderr
     return set(re.findall(r"\b\d+\.\d+\.\d+\.\d+\b", words))
@@ -139,7 +139,8 @@ def psad_levels(folder, configuration, lines):
     messages = pathlib.Path(folder, "messages")
     messages.write_text("".join(line + "\n" for line in lines))
     result = subprocess.run(["psad", "-A", "-m", messages, "-c", configuration], timeout=120,
-                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, check=False)
+                            stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True,
+                            check=False)
     found = re.findall(r"(?m)^\s+(\d+\.\d+\.\d+\.\d+)\s+DL: (\d), Packets", result.stdout)
     return {address: int(level) for address, level in found if int(level) > 0}
 

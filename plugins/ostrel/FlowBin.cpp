@@ -8,6 +8,7 @@ namespace OSTREL {
 namespace {
 
 constexpr size_t kMinCompact = 4096;
+constexpr size_t kMaxKept = 65536;
 
 }  // namespace
 
@@ -61,7 +62,10 @@ void FlowBin::EraseFirst() {
     while (!m_Flows.empty() && m_Flows.back().first == key)
         m_Flows.pop_back();
     m_Sorted = m_Flows.size();
-    if (m_Flows.empty()) m_CompactAt = 0;
+    if (!m_Flows.empty()) return;
+    m_CompactAt = 0;
+    // A flood's memory is given back.
+    if (m_Flows.capacity() > kMaxKept) m_Flows = std::vector<Flow>();
 }
 
 FlowSets FlowBin::TouchedBy(uint32_t source, uint8_t protocol) const {

@@ -28,8 +28,12 @@ namespace {
 
 constexpr unsigned int kNoFiles = ~0u;
 
-// The length of an open file, or -1. One system call; wxFile::Length makes several.
+// The length of an open file, or -1. One system call, and the cheapest: wxFile::Length makes
+// several, and this is asked twice for a line. The position does not matter to a file that is
+// appended to.
 long long LengthOf(const wxFile& file) {
+    const off_t end = lseek(file.fd(), 0, SEEK_END);
+    if (end != -1) return end;
     struct stat status;
     return fstat(file.fd(), &status) == 0 ? static_cast<long long>(status.st_size) : -1;
 }

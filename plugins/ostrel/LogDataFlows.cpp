@@ -48,9 +48,10 @@ bool LogData::CloseTimeBin() {
                  static_cast<int>(m_TerminatedFlows.CountSources()));
     if (m_TerminatedFlows.IsEmpty()) return false;
     while (!m_TerminatedFlows.IsEmpty()) {
+        // Taken out first: a report reads the configuration, whose metamethods may call this log.
         const FlowBin::Source source = m_TerminatedFlows.First();
-        AnalyzeTerminatedFlow(source.address, source.protocol, source.touched);
         m_TerminatedFlows.EraseFirst();
+        AnalyzeTerminatedFlow(source.address, source.protocol, source.touched);
     }
     return true;
 }
@@ -61,10 +62,11 @@ void LogData::DecayCandidates() {
     wxMutexLocker lock(m_ScanCandidatesLock);
     OSTREL_TRACE(s_TraceScan, "Updating the scan likelihoodRations size %d",
                  static_cast<int>(m_ScanCandidates.size()));
-    ScanCandidates::iterator next = m_ScanCandidates.begin();
-    while (next != m_ScanCandidates.end()) {
-        const ScanCandidates::iterator candidate = next++;
+    ScanCandidates::iterator candidate = m_ScanCandidates.begin();
+    while (candidate != m_ScanCandidates.end()) {
+        const FlowKey key = candidate->first;
         UpdateLikelihoodRatio(candidate, false);
+        candidate = m_ScanCandidates.upper_bound(key);
     }
 }
 
@@ -105,7 +107,7 @@ void LogData::AnalyzeTerminatedFlow(uint32_t sourceIp, uint8_t protocol, const F
                      "numIps = %f, PortsPerIpFlagNow = %f",
                      numPorts, numIps, m_ScanPortsPerIpFlagNow);
         ReportScanner(sourceIp, protocol, flows);
-        if (isCandidate) m_ScanCandidates.erase(candidate);
+        m_ScanCandidates.erase(key);
     } else if (isCandidate) {
         FlowSets& collected = candidate->second.first;
         collected.first.insert(flows.first.begin(), flows.first.end());
@@ -151,8 +153,9 @@ void LogData::UpdateLikelihoodRatio(ScanCandidates::iterator candidate, bool sca
                      AddressText(ip), protocol, ratio);
     }
     if (ratio > m_ScanLikelihoodRatioCeiling) {
-        ReportScanner(ip, protocol, candidate->second.first);
-        m_ScanCandidates.erase(candidate);
+        // Taken out first: the report may come back to this log.
+        const ScanCandidates::node_type decided = m_ScanCandidates.extract(candidate);
+        ReportScanner(ip, protocol, decided.mapped().first);
     } else if (m_ScanLikelihoodRatioFloor > ratio) {
         if (m_TraceScan) {
             OSTREL_TRACE(s_TraceScan,
