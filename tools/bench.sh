@@ -12,7 +12,8 @@ reports=()
 for program in build/bench/bin/bench_*; do
     [ -x "$program" ] || continue
     report=build/bench/$(basename "$program").json
-    "$program" --benchmark_repetitions=3 --benchmark_report_aggregates_only=true \
+    "$program" --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true \
+        --benchmark_report_aggregates_only=true \
         --benchmark_out="$report" --benchmark_out_format=json
     reports+=("$report")
 done

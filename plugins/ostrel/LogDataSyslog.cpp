@@ -42,9 +42,7 @@ bool IsDetectOnly(const velm_log_entry_s& entry) {
     return (entry.log_action & LOG_ACTION_DETECT_ONLY) != 0;
 }
 
-int ActionOf(const velm_log_entry_s& entry) {
-    return static_cast<int16_t>(entry.log_action & ~LOG_ACTION_DETECT_ONLY);
-}
+int ActionOf(const velm_log_entry_s& entry) { return entry.log_action & ~LOG_ACTION_DETECT_ONLY; }
 
 wxString Underscored(wxString text) {
     text.Replace(" ", "_");

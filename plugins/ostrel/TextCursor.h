@@ -28,6 +28,7 @@ public:
     }
 
     void Put(std::string_view text) {
+        if (text.empty()) return;  // its data may be null
         const size_t length = text.size() < Room() ? text.size() : Room();
         memcpy(m_Position, text.data(), length);
         m_Position += length;

@@ -219,7 +219,7 @@ TEST_F(SettingsFile, AMissingTableIsRefused) {
 
 TEST_F(SettingsFile, ATruncatedFileIsRefused) {
     MakeWithManyValues();
-    truncate(m_File.c_str(), static_cast<off_t>(std::filesystem::file_size(m_File) / 2));
+    ASSERT_EQ(truncate(m_File.c_str(), static_cast<off_t>(std::filesystem::file_size(m_File) / 2)), 0);
     ExpectRefused("database disk image is malformed");
 }
 
