@@ -16,9 +16,8 @@ uint64_t FlowBin::SourceKey(uint32_t source, uint8_t protocol) {
     return uint64_t{source} << 8 | protocol;
 }
 
-void FlowBin::Touch(FlowSets& sets, const Flow& flow) {
-    sets.first.insert(sets.first.end(), static_cast<uint32_t>(flow.second >> 16));
-    sets.second.insert(static_cast<uint16_t>(flow.second));
+FlowSets FlowBin::Source::Touched() const {
+    return {{destinations.begin(), destinations.end()}, {ports.begin(), ports.end()}};
 }
 
 void FlowBin::Add(uint32_t source, uint8_t protocol, uint32_t destination, uint16_t port) {
@@ -50,9 +49,18 @@ size_t FlowBin::CountSources() {
 FlowBin::Source FlowBin::First() {
     Compact();
     const uint64_t key = m_Flows.back().first;
-    Source source = {static_cast<uint32_t>(key >> 8), static_cast<uint8_t>(key), {}};
+    Source source = {static_cast<uint32_t>(key >> 8), static_cast<uint8_t>(key), {}, {}};
     for (auto flow = m_Flows.rbegin(); flow != m_Flows.rend() && flow->first == key; ++flow) {
-        Touch(source.touched, *flow);
+        const uint32_t destination = DestinationOf(*flow);
+        if (source.destinations.empty() || source.destinations.back() != destination) {
+            source.destinations.push_back(destination);
+        }
+        source.ports.push_back(PortOf(*flow));
+    }
+    if (source.destinations.size() > 1) {
+        std::sort(source.ports.begin(), source.ports.end());
+        source.ports.erase(std::unique(source.ports.begin(), source.ports.end()),
+                           source.ports.end());
     }
     return source;
 }
@@ -72,7 +80,9 @@ FlowSets FlowBin::TouchedBy(uint32_t source, uint8_t protocol) const {
     const uint64_t key = SourceKey(source, protocol);
     FlowSets sets;
     for (const Flow& flow : m_Flows) {
-        if (flow.first == key) Touch(sets, flow);
+        if (flow.first != key) continue;
+        sets.first.insert(DestinationOf(flow));
+        sets.second.insert(PortOf(flow));
     }
     return sets;
 }

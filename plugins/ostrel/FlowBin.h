@@ -15,14 +15,16 @@ typedef std::pair<std::set<uint32_t>, std::set<uint16_t>> FlowSets;
 //
 // A flow is two words in a vector, and repeats go when the vector has doubled: so a flow costs a
 // fraction of two insertions into sets, a flood of one source on one port no memory, and a source
-// that touches one port of one address 16 bytes. The sets are made when the bin is closed, for one
-// source at a time.
+// that touches one port of one address 16 bytes.
 class FlowBin {
 public:
     struct Source {
         uint32_t address;  // network byte order
         uint8_t protocol;
-        FlowSets touched;
+        std::vector<uint32_t> destinations;  // distinct, network byte order
+        std::vector<uint16_t> ports;         // distinct
+
+        FlowSets Touched() const;
     };
 
     // Addresses in network byte order, the port in host byte order.
@@ -44,7 +46,10 @@ private:
     typedef std::pair<uint64_t, uint64_t> Flow;
 
     static uint64_t SourceKey(uint32_t source, uint8_t protocol);
-    static void Touch(FlowSets& sets, const Flow& flow);
+    static uint32_t DestinationOf(const Flow& flow) {
+        return static_cast<uint32_t>(flow.second >> 16);
+    }
+    static uint16_t PortOf(const Flow& flow) { return static_cast<uint16_t>(flow.second); }
     void Compact();
 
     std::vector<Flow> m_Flows;

@@ -242,10 +242,10 @@ private:
     bool CloseTimeBin();
     void DecayCandidates();
     void ForgetProbers(unsigned int now);
-    void AnalyzeTerminatedFlow(uint32_t sourceIp, uint8_t protocol, const FlowSets& flows);
+    void AnalyzeTerminatedFlow(const FlowBin::Source& source);
     bool KeepCandidates();
     bool IsKnownProber(uint32_t ip, CProbeConfiguration::_ProbeType type);
-    void ReportScanner(uint32_t ip, uint8_t protocol, const FlowSets& flows);
+    void ReportScanner(const FlowKey& key, size_t numIps, size_t numPorts);
     void UpdateLikelihoodRatio(ScanCandidates::iterator candidate, bool scanLike);
 
     bool WasReported(CProbeConfiguration::_ProbeType type, uint32_t ip);

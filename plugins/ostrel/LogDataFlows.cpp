@@ -51,7 +51,7 @@ bool LogData::CloseTimeBin() {
         // Taken out first: a report reads the configuration, whose metamethods may call this log.
         const FlowBin::Source source = m_TerminatedFlows.First();
         m_TerminatedFlows.EraseFirst();
-        AnalyzeTerminatedFlow(source.address, source.protocol, source.touched);
+        AnalyzeTerminatedFlow(source);
     }
     return true;
 }
@@ -89,15 +89,15 @@ void LogData::ForgetProbers(unsigned int now) {
     }
 }
 
-void LogData::AnalyzeTerminatedFlow(uint32_t sourceIp, uint8_t protocol, const FlowSets& flows) {
+void LogData::AnalyzeTerminatedFlow(const FlowBin::Source& source) {
     OSTREL_TRACE(s_TraceScan, "AnalyzeTerminatedFlow");
-    const double numIps = static_cast<double>(flows.first.size());
-    const double numPorts = static_cast<double>(flows.second.size());
-    if (!KeepCandidates() || IsKnownProber(sourceIp, kScan)) return;
+    const double numIps = static_cast<double>(source.destinations.size());
+    const double numPorts = static_cast<double>(source.ports.size());
+    if (!KeepCandidates() || IsKnownProber(source.address, kScan)) return;
 
     const double portsPerIp = numPorts / numIps;
     const bool scanLike = portsPerIp > m_ScanPortsPerIp || numIps / numPorts > m_ScanIpsPerPort;
-    const FlowKey key(sourceIp, protocol);
+    const FlowKey key(source.address, source.protocol);
     wxMutexLocker lock(m_ScanCandidatesLock);
     const ScanCandidates::iterator candidate = m_ScanCandidates.find(key);
     const bool isCandidate = candidate != m_ScanCandidates.end();
@@ -106,16 +106,16 @@ void LogData::AnalyzeTerminatedFlow(uint32_t sourceIp, uint8_t protocol, const F
                      "AnalyzeTerminatedFlow: exceeded threshold for port-scanner numPorts = %f, "
                      "numIps = %f, PortsPerIpFlagNow = %f",
                      numPorts, numIps, m_ScanPortsPerIpFlagNow);
-        ReportScanner(sourceIp, protocol, flows);
+        ReportScanner(key, source.destinations.size(), source.ports.size());
         m_ScanCandidates.erase(key);
     } else if (isCandidate) {
         FlowSets& collected = candidate->second.first;
-        collected.first.insert(flows.first.begin(), flows.first.end());
-        collected.second.insert(flows.second.begin(), flows.second.end());
+        collected.first.insert(source.destinations.begin(), source.destinations.end());
+        collected.second.insert(source.ports.begin(), source.ports.end());
         UpdateLikelihoodRatio(candidate, scanLike);
     } else if (scanLike) {
         // The first update of a ratio of 1. The ceiling is not tested here.
-        m_ScanCandidates.emplace(key, std::make_pair(flows, m_LikelihoodFactorY1));
+        m_ScanCandidates.emplace(key, std::make_pair(source.Touched(), m_LikelihoodFactorY1));
     }
 }
 
@@ -136,9 +136,9 @@ bool LogData::IsKnownProber(uint32_t ip, CProbeConfiguration::_ProbeType type) {
     return m_KnownProbers.count(ProberKey(ip, static_cast<uint8_t>(type))) != 0;
 }
 
-void LogData::ReportScanner(uint32_t ip, uint8_t protocol, const FlowSets& flows) {
-    WriteProbeEvent(kScan, ip, protocol, L"%lu|%lu", static_cast<unsigned long>(flows.first.size()),
-                    static_cast<unsigned long>(flows.second.size()));
+void LogData::ReportScanner(const FlowKey& key, size_t numIps, size_t numPorts) {
+    WriteProbeEvent(kScan, key.first, key.second, L"%lu|%lu", static_cast<unsigned long>(numIps),
+                    static_cast<unsigned long>(numPorts));
 }
 
 // One step of the sequential test. Erases the candidate if it is decided. The caller holds
@@ -155,7 +155,8 @@ void LogData::UpdateLikelihoodRatio(ScanCandidates::iterator candidate, bool sca
     if (ratio > m_ScanLikelihoodRatioCeiling) {
         // Taken out first: the report may come back to this log.
         const ScanCandidates::node_type decided = m_ScanCandidates.extract(candidate);
-        ReportScanner(ip, protocol, decided.mapped().first);
+        const FlowSets& touched = decided.mapped().first;
+        ReportScanner(decided.key(), touched.first.size(), touched.second.size());
     } else if (m_ScanLikelihoodRatioFloor > ratio) {
         if (m_TraceScan) {
             OSTREL_TRACE(s_TraceScan,

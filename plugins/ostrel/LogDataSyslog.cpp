@@ -42,7 +42,9 @@ bool IsDetectOnly(const velm_log_entry_s& entry) {
     return (entry.log_action & LOG_ACTION_DETECT_ONLY) != 0;
 }
 
-int ActionOf(const velm_log_entry_s& entry) { return entry.log_action & ~LOG_ACTION_DETECT_ONLY; }
+int ActionOf(const velm_log_entry_s& entry) {
+    return entry.log_action & ~LOG_ACTION_DETECT_ONLY;
+}
 
 wxString Underscored(wxString text) {
     text.Replace(" ", "_");
@@ -119,6 +121,7 @@ bool LogData::SyslogFormat(const void* entry, std::string& out) {
     SyslogMessage message(record, format, cef, LogBuf, sizeof LogBuf);
     if (record.Entry().log_reason < 0) {
         AppendPayloadLog(message);
+        message.body.Terminate();
         wxASSERT(strlen(LogBuf) < sizeof(LogBuf) - 1);
     } else {
         AppendPacketLog(message);
@@ -204,9 +207,8 @@ void LogData::AppendPayloadLog(SyslogMessage& message) {
 
 void LogData::AppendCefStart(SyslogMessage& message, const wxString& identifier,
                              const wxString& name, int severity) {
-    char* buffer = message.body.Buffer();
     const unsigned int size = static_cast<unsigned int>(message.body.Size());
-    m_Syslogger.AppendHeaderCEF(buffer, size);
+    m_Syslogger.AppendHeaderCEF(message.body.Terminate(), size);
     message.body.Resume();
     PutUtf8(message.body, m_Syslogger.EscapeCEFPrefix(identifier));
     message.body.Put('|');
@@ -214,7 +216,7 @@ void LogData::AppendCefStart(SyslogMessage& message, const wxString& identifier,
     message.body.Put('|');
     message.body.PutNumber(severity);
     message.body.Put('|');
-    m_Syslogger.AppendHostIdentityCEF(message.format, buffer, size);
+    m_Syslogger.AppendHostIdentityCEF(message.format, message.body.Terminate(), size);
     message.body.Resume();
 }
 

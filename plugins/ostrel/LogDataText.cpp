@@ -23,6 +23,7 @@ bool LogData::BinaryToAscii(const void* entry, std::string& text, long long& fir
     char LogBuf[1024];
     TextCursor columns(LogBuf, sizeof LogBuf);
     AppendColumns(columns, fixed, InterfaceId(static_cast<int>(fixed.log_if_index)));
+    columns.Terminate();
     wxASSERT(strlen(LogBuf) < sizeof(LogBuf) - 1);
 
     // The dumps do not pass through the buffer, so they are never cut.

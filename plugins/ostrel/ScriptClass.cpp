@@ -77,6 +77,8 @@ bool BeginClass(lua_State* L, const char* fullName, lua_CFunction constructor,
         lua_pop(L, 1);
         return false;
     }
+    lua_pushvalue(L, -1);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, fullName);
     PushNamedTable(L, fullName);
     lua_pushvalue(L, -1);
     lua_setfield(L, -3, "__index");
@@ -101,7 +103,12 @@ void AddMethod(lua_State* L, const char* name, lua_CFunction method) {
 
 void* TestObject(lua_State* L, int index, const char* fullName) {
     if (lua_type(L, index) != LUA_TUSERDATA || !lua_getmetatable(L, index)) return nullptr;
-    const bool matches = IsClass(L, fullName);
+    // The metatable of one of our classes stands in the registry under the name's address as well:
+    // an object of the very class is known at once, which is done for each log entry.
+    lua_rawgetp(L, LUA_REGISTRYINDEX, fullName);
+    bool matches = lua_rawequal(L, -1, -2) != 0;
+    lua_pop(L, 1);
+    if (!matches) matches = IsClass(L, fullName);
     lua_pop(L, 1);
     if (!matches) return nullptr;
     const auto* object = static_cast<const VelmCore::ScriptObject*>(lua_touserdata(L, index));

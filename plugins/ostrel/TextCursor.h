@@ -15,16 +15,13 @@ public:
 
     // `size` is that of the whole buffer, at least 1. Begins an empty text.
     TextCursor(char* buffer, size_t size)
-        : m_Begin(buffer), m_Position(buffer), m_Last(buffer + size - 1) {
-        *m_Position = '\0';
-    }
+        : m_Begin(buffer), m_Position(buffer), m_Last(buffer + size - 1) {}
     TextCursor(const TextCursor&) = delete;
     TextCursor& operator=(const TextCursor&) = delete;
 
     void Put(char c) {
         if (m_Position == m_Last) return;
         *m_Position++ = c;
-        *m_Position = '\0';
     }
 
     void Put(std::string_view text) {
@@ -32,7 +29,6 @@ public:
         const size_t length = text.size() < Room() ? text.size() : Room();
         memcpy(m_Position, text.data(), length);
         m_Position += length;
-        *m_Position = '\0';
     }
 
     template <class Integer>
@@ -41,7 +37,6 @@ public:
         constexpr size_t kMaxDigits = 24;
         if (Room() >= kMaxDigits) {
             m_Position = std::to_chars(m_Position, m_Last, value, base).ptr;
-            *m_Position = '\0';
         } else {
             char digits[kMaxDigits];
             const char* end = std::to_chars(digits, digits + kMaxDigits, value, base).ptr;
@@ -55,10 +50,13 @@ public:
         Put(kHexDigits[byte & 0x0F]);
     }
 
-    // Goes on behind what somebody else appended to the buffer.
+    // The text for others to read, or to append to; behind that, Resume goes on where they ended.
+    char* Terminate() {
+        *m_Position = '\0';
+        return m_Begin;
+    }
     void Resume() { m_Position += strlen(m_Position); }
 
-    char* Buffer() { return m_Begin; }
     size_t Size() const { return static_cast<size_t>(m_Last - m_Begin) + 1; }
     size_t Length() const { return static_cast<size_t>(m_Position - m_Begin); }
     std::string_view Text() const { return std::string_view(m_Begin, Length()); }

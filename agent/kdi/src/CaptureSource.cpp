@@ -1,7 +1,6 @@
 #include "CaptureSource.h"
 
 #include <algorithm>
-#include <cstring>
 
 #include "Survey.h"
 
@@ -75,14 +74,10 @@ kdi_next_result CaptureSource::Deliver(velm_log_entry_s& entry) {
 }
 
 void CaptureSource::NoteSource(const velm_log_entry_s& entry) {
-    SourceKey key;
-    if (entry.log_flags & LOG_FLAG_IPV4) {
-        key.low = uint64_t{entry.log_ip.v4.iph_src} << 8 | 4;
-    } else {
-        const uint8_t* address = entry.log_ip.v6.ipv6h_src.bytes;
-        memcpy(&key.low, address, sizeof key.low);
-        memcpy(&key.high, address + sizeof key.low, sizeof key.high);
-    }
+    const Address source = entry.log_flags & LOG_FLAG_IPV4
+                               ? Address{entry.log_ip.v4.iph_src, 4}
+                               : m_Book.Find(entry.log_ip.v6.ipv6h_src.bytes);
+    const WordKey key = AddressKey(source);
     if (key == m_LastSource) return;
     m_LastSource = key;
     m_Statistics.sources += m_Sources.Insert(key).second;

@@ -31,19 +31,6 @@ public:
     void GetStatistics(kdi_statistics_s& statistics) const override { statistics = m_Statistics; }
 
 private:
-    // An entry's source: an IPv6 address, or an IPv4 address and the number 4, which no IPv6 source
-    // begins with.
-    struct SourceKey {
-        uint64_t low = 0;
-        uint64_t high = 0;
-
-        bool Empty() const { return (low | high) == 0; }
-        uint64_t Hash() const { return Mix(low, high); }
-        bool operator==(const SourceKey& other) const {
-            return low == other.low && high == other.high;
-        }
-    };
-
     int64_t Now() const;
     void NoteSource(const velm_log_entry_s& entry);
     bool ParseOptions(const kdi_capture_options_s& options);
@@ -61,8 +48,8 @@ private:
     std::optional<LocalHost> m_Host;
     std::optional<Firewall> m_Firewall;
     Blocks m_Blocks;
-    FlatMap<SourceKey, Nothing> m_Sources;
-    SourceKey m_LastSource;
+    FlatMap<WordKey, Nothing> m_Sources;  // of entries
+    WordKey m_LastSource;
     int64_t m_HoldBack = std::numeric_limits<int64_t>::max();  // microseconds since the epoch
     Packet m_Packet;
     Record m_Record;

@@ -119,6 +119,8 @@ return function(options)
     if not player.CountLines(log:GetLogFileFullPath()) then
         fail(1, log:GetLogFileFullPath(), "cannot be read")
     end
+    -- Nearly all garbage is strings of entries: it need not be looked for as often as when it is a mix.
+    collectgarbage("setpause", 1000)
     local counts = NewCounts()
     local played, failure = xpcall(PlayAll, debug.traceback, options, log, configuration, counts)
     if not played and counts.packets == 0 then error(failure, 0) end

@@ -219,7 +219,8 @@ TEST_F(SettingsFile, AMissingTableIsRefused) {
 
 TEST_F(SettingsFile, ATruncatedFileIsRefused) {
     MakeWithManyValues();
-    ASSERT_EQ(truncate(m_File.c_str(), static_cast<off_t>(std::filesystem::file_size(m_File) / 2)), 0);
+    ASSERT_EQ(truncate(m_File.c_str(), static_cast<off_t>(std::filesystem::file_size(m_File) / 2)),
+              0);
     ExpectRefused("database disk image is malformed");
 }
 

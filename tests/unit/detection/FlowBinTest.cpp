@@ -28,7 +28,7 @@ TEST(FlowBinTest, AddressAndPortKeepTheirHighestBits) {
     const FlowBin::Source source = bin.First();
     EXPECT_EQ(source.address, 0xFFFFFFFFu);
     EXPECT_EQ(source.protocol, 255);
-    EXPECT_EQ(source.touched, FlowSets({0xFFFFFFFEu}, {65535}));
+    EXPECT_EQ(source.Touched(), FlowSets({0xFFFFFFFEu}, {65535}));
 }
 
 TEST(FlowBinTest, FlowsThatComeWhileABinIsTakenApartAreKept) {
@@ -66,7 +66,7 @@ TEST(FlowBinTest, SourcesComeInOrderWithAllThatTheyTouched) {
             const FlowBin::Source source = bin.First();
             ASSERT_EQ(source.address, key.first);
             ASSERT_EQ(source.protocol, key.second);
-            ASSERT_EQ(source.touched, sets);
+            ASSERT_EQ(source.Touched(), sets);
             bin.EraseFirst();
         }
         ASSERT_TRUE(bin.IsEmpty());

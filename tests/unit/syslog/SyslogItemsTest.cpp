@@ -13,7 +13,7 @@ std::string Item(Helper append, int format, const velm_log_entry_s& entry) {
     char buffer[512];
     OSTREL::TextCursor text(buffer, sizeof buffer);
     append(format, text, entry);
-    return buffer;
+    return text.Terminate();
 }
 
 velm_log_entry_s IcmpEntry() {
@@ -157,7 +157,7 @@ TEST(SyslogItemsTest, LengthHasTheKeyLenUnlessToldOtherwise) {
     OSTREL::TextCursor text(buffer, sizeof buffer);
     OSTREL::AppendLengthSyslog(text, 60);
     OSTREL::AppendLengthSyslog(text, 1500, "out");
-    EXPECT_STREQ(buffer, " LEN=60 out=1500");
+    EXPECT_STREQ(text.Terminate(), " LEN=60 out=1500");
 }
 
 class SyslogBodyTest : public SyslogTest {

@@ -2,8 +2,8 @@
 
 #include <lua.hpp>
 
-// How an object of a script class is recorded in a userdata, shared by the program's bindings and by
-// its plug-ins. Needs the Lua headers; the symbols come from the program.
+// How an object of a script class is recorded in a userdata, shared by the program's bindings and
+// by its plug-ins. Needs the Lua headers; the symbols come from the program.
 //
 // - A class's metatable stands in the registry under the class's full name ("SLB.Dom"), with
 //   `__index` (the class table), `__class` (the full name) and `__gc`.
