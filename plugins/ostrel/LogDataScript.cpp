@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <new>
@@ -33,7 +34,10 @@ static_assert(alignof(LogData) <= alignof(VelmCore::ScriptObject),
 // The object of a call that brings driver or configuration data.
 LogData& CheckLog(lua_State* L) {
     void* object = TestObject(L, 1, kClassName);
-    if (object == nullptr) luaL_argerror(L, 1, "LogData object expected");
+    if (object == nullptr) {
+        luaL_argerror(L, 1, "LogData object expected");
+        abort();  // not reached: the error does not return
+    }
     return *static_cast<LogData*>(object);
 }
 
@@ -42,6 +46,7 @@ LogData& CheckSelf(lua_State* L) {
     void* object = TestObject(L, 1, kClassName);
     if (object == nullptr) {
         luaL_error(L, "Expected non-null object(%s) as first argument to method call", kClassName);
+        abort();  // not reached
     }
     return *static_cast<LogData*>(object);
 }

@@ -1,6 +1,7 @@
 #include "DomBinding.h"
 
 #include <cmath>
+#include <cstdlib>
 #include <utility>
 #include <vector>
 
@@ -17,8 +18,10 @@ constexpr const char* kDomClass = "SLB.Dom";
 
 CDom& CheckDom(lua_State* L) {
     auto* reference = static_cast<VelmCore::ScriptObject*>(luaL_testudata(L, 1, kDomClass));
-    if (reference == nullptr || reference->object == nullptr || reference->isConst)
+    if (reference == nullptr || reference->object == nullptr || reference->isConst) {
         luaL_error(L, "Expected non-null object(%s) as first argument to method call", kDomClass);
+        std::abort();  // not reached: the error does not return
+    }
     return *static_cast<CDom*>(reference->object);
 }
 

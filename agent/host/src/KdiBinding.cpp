@@ -23,7 +23,10 @@ bool IsHandle(lua_State* L, int index) {
 }
 
 Handle& CheckUserdata(lua_State* L, int index) {
-    if (!IsHandle(L, index)) luaL_argerror(L, index, "kdi handle expected");
+    if (!IsHandle(L, index)) {
+        luaL_argerror(L, index, "kdi handle expected");
+        std::abort();  // not reached: the error does not return
+    }
     return *static_cast<Handle*>(lua_touserdata(L, index));
 }
 

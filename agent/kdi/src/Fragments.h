@@ -13,7 +13,9 @@ public:
     HeldFragment() = default;
     explicit HeldFragment(const Packet& packet) { *this = packet; }
     HeldFragment(const HeldFragment& other) { *this = other.m_Packet; }
-    HeldFragment& operator=(const HeldFragment& other) { return *this = other.m_Packet; }
+    HeldFragment& operator=(const HeldFragment& other) {
+        return this == &other ? *this : *this = other.m_Packet;
+    }
     HeldFragment& operator=(const Packet& packet);
 
     // Puts the fragment's bytes behind those that are there, if they follow on.

@@ -67,6 +67,7 @@ std::vector<std::string> LocalHost::AddressTexts() const {
     std::sort(v4.begin(), v4.end());
     std::sort(v6.begin(), v6.end());
     std::vector<std::string> texts;
+    texts.reserve(v4.size() + v6.size());
     for (const V6Bytes& bytes : v4)
         texts.push_back(AddressText(4, bytes.data()));
     for (const V6Bytes& bytes : v6)
