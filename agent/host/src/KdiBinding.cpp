@@ -1,5 +1,7 @@
 #include "KdiBinding.h"
 
+#include <cstdlib>
+
 #include "LuaBinding.h"
 
 namespace {
