@@ -120,11 +120,13 @@ unsigned int RemappedDpiFlags(uint8_t dpiFlags) {
 }
 
 long long FirstTimeOf(const velm_log_entry_s& entry) {
-    return static_cast<long long>(uint64_t{entry.log_first_sec} * 1000000 + entry.log_first_usec);
+    const uint64_t usec = uint64_t{entry.log_first_sec} * 1000000 + entry.log_first_usec;
+    return static_cast<long long>(usec);
 }
 
 long long LastTimeOf(const velm_log_entry_s& entry) {
-    return static_cast<long long>(uint64_t{entry.log_last_sec} * 1000000 + entry.log_last_usec);
+    const uint64_t usec = uint64_t{entry.log_last_sec} * 1000000 + entry.log_last_usec;
+    return static_cast<long long>(usec);
 }
 
 void AppendInterfaceAddress(TextCursor& text, const uint8_t* address, size_t length) {

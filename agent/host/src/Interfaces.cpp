@@ -53,6 +53,7 @@ std::vector<Interface> ListInterfaces() {
         Add(found, entry->ifa_addr);
     }
     std::vector<Interface> interfaces;
+    interfaces.reserve(byIndex.size());
     for (auto& item : byIndex)
         interfaces.push_back(std::move(item.second));
     return interfaces;
