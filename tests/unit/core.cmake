@@ -9,6 +9,7 @@ velm_unit_test(core_test
     ${core_tests}/events_test.cpp
     ${core_tests}/files_test.cpp
     ${core_tests}/policy_test.cpp
+    ${core_tests}/runnable_test.cpp
     ${core_tests}/settings_file_test.cpp
     ${core_tests}/settings_test.cpp
     ${core_tests}/syslogger_test.cpp
