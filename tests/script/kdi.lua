@@ -34,6 +34,8 @@ function cases.OpenChecksItsArguments()
     expect.Error("string expected", kdi.Open, {})
     expect.Error("table expected", kdi.Open, "null", "x")
     expect.Error("bad option 'allow' (string expected, got table)", kdi.Open, "null", {allow = {}})
+    expect.Error("bad option 'dryRun' (boolean expected, got number)", kdi.Open, "null", {dryRun = 1})
+    expect.Error("integer from 0 to 4294967295 expected", kdi.Open, "null", {receiveBuffer = -1})
 end
 
 function cases.BadOptionIsNamed()
@@ -70,7 +72,8 @@ end
 
 function cases.MethodsNeedAHandle()
     local handle = kdi.Open("null")
-    for _, name in ipairs {"Close", "NextEntry", "TakeBlacklist"} do
+    for _, name in ipairs {"Close", "NextEntry", "TakeBlacklist", "Blocks", "Unblock", "Restore", "Statistics",
+                           "TakeMessages"} do
         for _, other in ipairs {{}, 1, "null", io.stdout, dom} do
             expect.Error("kdi handle expected", handle[name], other, 0)
         end
@@ -107,6 +110,64 @@ end
 function cases.NoBlocksGiveAnEmptyArray()
     local handle = kdi.Open("null")
     expect.Equal(0, #handle:TakeBlacklist())
+    handle:Close()
+end
+
+function cases.RestoredBlocksAreListedInTheOrderOfTheirAddresses()
+    local handle = kdi.Open("null")
+    local list = {{address = "192.0.2.66", seconds = 600}, {address = "192.0.2.7", seconds = 0.5}}
+    expect.Equal(true, handle:Restore(list))
+    local blocks = handle:Blocks()
+    expect.Equal(2, #blocks)
+    expect.Equal("192.0.2.7", blocks[1].address)
+    expect.Equal("192.0.2.66", blocks[2].address)
+    assert(blocks[1].seconds <= 0.5, blocks[1].seconds)
+    assert(blocks[2].seconds <= 600 and blocks[2].seconds > 400, blocks[2].seconds)
+    expect.Equal(2, handle:Statistics().blocksNow)
+    handle:Close()
+end
+
+function cases.UnblockTellsWhetherItWasBlocked()
+    local handle = kdi.Open("null")
+    handle:Restore {{address = "192.0.2.66", seconds = 600}}
+    expect.Equal(true, handle:Unblock("192.0.2.66"))
+    expect.Equal(0, #handle:Blocks())
+    local done, reason = handle:Unblock("192.0.2.66")
+    expect.Equal(nil, done)
+    expect.Contains("192.0.2.66: not blocked", reason)
+    handle:Close()
+end
+
+function cases.BlockCallsCheckTheirArguments()
+    local handle = kdi.Open("null")
+    expect.Error("IPv4 address expected", handle.Unblock, handle, "2001:db8::1")
+    expect.Error("IPv4 address expected", handle.Unblock, handle, "192.0.2")
+    expect.Error("string expected", handle.Unblock, handle)
+    expect.Error("table expected", handle.Restore, handle, "192.0.2.66")
+    expect.Error("block 1: table expected", handle.Restore, handle, {"192.0.2.66"})
+    expect.Error("block 1: address: IPv4 address expected", handle.Restore, handle, {{seconds = 1}})
+    for _, wrong in ipairs {0, -1, 0 / 0, 4294968, "x"} do
+        expect.Error("block 2: seconds: number above 0 and up to 4294967 expected", handle.Restore, handle,
+                     {{address = "192.0.2.1", seconds = 1}, {address = "192.0.2.2", seconds = wrong}})
+    end
+    expect.Equal(0, #handle:Blocks())
+    handle:Close()
+end
+
+function cases.ReplayedCaptureListsItsBlocks()
+    local path = OneSyn()
+    local handle = OpenCapture(path)
+    handle:Restore {{address = "192.0.2.66", seconds = 600}}
+    expect.Equal(nil, (handle:NextEntry(0)))
+    expect.Equal(1, handle:Statistics().dropped)
+    expect.Equal(600, handle:Blocks()[1].seconds)
+    handle:Close()
+    os.remove(path)
+end
+
+function cases.SourceWithoutMessagesHasNone()
+    local handle = kdi.Open("null")
+    expect.Equal(0, #handle:TakeMessages())
     handle:Close()
 end
 

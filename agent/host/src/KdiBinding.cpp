@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "KdiBlocks.h"
 #include "LuaBinding.h"
 
 namespace {
@@ -42,15 +43,36 @@ const char* OptionText(lua_State* L, const char* field) {
     return text;
 }
 
-kdi_capture_options_s CheckOptions(lua_State* L) {
-    if (lua_isnoneornil(L, 2)) return {nullptr, nullptr};
+bool OptionFlag(lua_State* L, const char* field) {
+    lua_getfield(L, 2, field);
+    if (!lua_isnil(L, -1) && !lua_isboolean(L, -1))
+        luaL_error(L, "bad option '%s' (boolean expected, got %s)", field, luaL_typename(L, -1));
+    const bool flag = lua_toboolean(L, -1) != 0;
+    lua_pop(L, 1);
+    return flag;
+}
+
+unsigned int OptionUnsigned(lua_State* L, const char* field) {
+    lua_getfield(L, 2, field);
+    const unsigned int number = lua_isnil(L, -1) ? 0 : CheckUnsigned(L, lua_gettop(L));
+    lua_pop(L, 1);
+    return number;
+}
+
+kdi_open_options_s CheckOptions(lua_State* L) {
+    kdi_open_options_s options;
+    if (lua_isnoneornil(L, 2)) return options;
     luaL_checktype(L, 2, LUA_TTABLE);
-    return {OptionText(L, "localAddresses"), OptionText(L, "allow")};
+    options.local = OptionText(L, "localAddresses");
+    options.allow = OptionText(L, "allow");
+    options.dry_run = OptionFlag(L, "dryRun");
+    options.receive_buffer = OptionUnsigned(L, "receiveBuffer");
+    return options;
 }
 
 int Open(lua_State* L) {
     const char* source = luaL_checkstring(L, 1);
-    const kdi_capture_options_s options = CheckOptions(L);
+    const kdi_open_options_s options = CheckOptions(L);
     auto* block = static_cast<Handle*>(lua_newuserdata(L, sizeof(Handle)));
     block->handle = nullptr;
     luaL_setmetatable(L, kKdiHandleType);
@@ -94,6 +116,47 @@ int TakeBlacklist(lua_State* L) {
     return 1;
 }
 
+int TakeMessages(lua_State* L) {
+    const kdi_handle_t handle = CheckKdiHandle(L, 1);
+    char text[kErrorSize];
+    lua_newtable(L);
+    for (int i = 1; kdi_take_message(handle, text, sizeof(text)); ++i) {
+        lua_pushstring(L, text);
+        lua_rawseti(L, -2, i);
+    }
+    return 1;
+}
+
+int Statistics(lua_State* L) {
+    kdi_statistics_s numbers;
+    kdi_get_statistics(CheckKdiHandle(L, 1), &numbers);
+    const struct {
+        const char* name;
+        uint64_t value;
+    } fields[] = {
+        {"packets", numbers.packets},
+        {"entries", numbers.entries},
+        {"sources", numbers.sources},
+        {"dropped", numbers.dropped},
+        {"lost", numbers.lost},
+        {"overruns", numbers.overruns},
+        {"connectionEnds", numbers.connection_ends},
+        {"foreignPrefixes", numbers.foreign_prefixes},
+        {"unreadable", numbers.unreadable},
+        {"blocksNow", numbers.blocks_now},
+        {"blocksAccepted", numbers.blocks_accepted},
+        {"blocksRefused", numbers.blocks_refused},
+        {"blocksFailed", numbers.blocks_failed},
+        {"blocksRepaired", numbers.blocks_repaired},
+    };
+    lua_createtable(L, 0, sizeof(fields) / sizeof(fields[0]));
+    for (const auto& field : fields) {
+        lua_pushnumber(L, static_cast<lua_Number>(field.value));
+        lua_setfield(L, -2, field.name);
+    }
+    return 1;
+}
+
 void PushBytes(lua_State* L, const unsigned char* bytes, unsigned int length) {
     lua_pushlstring(L, reinterpret_cast<const char*>(bytes), length);
 }
@@ -102,6 +165,11 @@ const luaL_Reg kMethods[] = {
     {"Close", Guarded<Close>},
     {"NextEntry", Guarded<NextEntry>},
     {"TakeBlacklist", Guarded<TakeBlacklist>},
+    {"Blocks", Guarded<ListBlocks>},
+    {"Unblock", Guarded<Unblock>},
+    {"Restore", Guarded<Restore>},
+    {"Statistics", Guarded<Statistics>},
+    {"TakeMessages", Guarded<TakeMessages>},
     {nullptr, nullptr},
 };
 

@@ -1,5 +1,7 @@
 #include "Blacklist.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 
 namespace Kdi {
@@ -20,6 +22,41 @@ unsigned int BlacklistRecords::Take(kdi_blacklist_s* records, unsigned int capac
 void Blocks::Block(uint32_t address, int64_t until) {
     int64_t& end = *m_Until.Insert(AddressKey({address, 4})).first;
     end = std::max(end, until);
+}
+
+void Blocks::Restore(const kdi_block_s* blocks, unsigned int count, int64_t now) {
+    for (unsigned int i = 0; i < count; ++i)
+        Block(blocks[i].ipv4_addr, now + int64_t{blocks[i].remaining_msec} * 1000);
+}
+
+bool Blocks::Unblock(uint32_t address, int64_t now) {
+    const bool blocked = IsBlocked(address, now);
+    m_Until.Erase(AddressKey({address, 4}));
+    return blocked;
+}
+
+std::vector<kdi_block_s> Blocks::List(int64_t now) const {
+    std::vector<kdi_block_s> list;
+    m_Until.ForEach([&](const WordKey& key, int64_t until) {
+        // The last millisecond counts as a whole one.
+        const int64_t msec = (until - now + 999) / 1000;
+        if (until <= now) return;
+        list.push_back({static_cast<uint32_t>(key.word),
+                        static_cast<uint32_t>(std::min<int64_t>(msec, UINT32_MAX))});
+    });
+    std::sort(list.begin(), list.end(), [](const kdi_block_s& a, const kdi_block_s& b) {
+        return ntohl(a.ipv4_addr) < ntohl(b.ipv4_addr);
+    });
+    return list;
+}
+
+void Blocks::Expire(int64_t now) {
+    std::vector<WordKey> over;
+    m_Until.ForEach([&](const WordKey& key, int64_t until) {
+        if (until <= now) over.push_back(key);
+    });
+    for (const WordKey& key : over)
+        m_Until.Erase(key);
 }
 
 bool Blocks::IsBlocked(uint32_t address, int64_t now) const {

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <vector>
 
 #include "Keys.h"
 #include "kdi/kdi.h"
@@ -21,14 +22,22 @@ private:
     std::deque<kdi_blacklist_s> m_Records;
 };
 
-// IPv4 addresses that are blocked until a time. Times in microseconds since the epoch; addresses in
-// network byte order.
+// IPv4 addresses that are blocked until a time. Times in microseconds of the owner's clock;
+// addresses in network byte order.
 class Blocks {
 public:
     // A later end replaces an earlier one.
     void Block(uint32_t address, int64_t until);
+    // Blocks each for its remaining time.
+    void Restore(const kdi_block_s* blocks, unsigned int count, int64_t now);
     bool IsBlocked(uint32_t address, int64_t now) const;
     bool Empty() const { return m_Until.Size() == 0; }
+    // False if it is not blocked.
+    bool Unblock(uint32_t address, int64_t now);
+    // Those in force, in the order of their addresses.
+    std::vector<kdi_block_s> List(int64_t now) const;
+    // Forgets those that are over.
+    void Expire(int64_t now);
 
 private:
     FlatMap<WordKey, int64_t> m_Until;

@@ -1,17 +1,18 @@
 #include "CaptureSource.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "Survey.h"
 
 namespace Kdi {
 
-bool CaptureSource::ParseOptions(const kdi_capture_options_s& options) {
+bool CaptureSource::ParseOptions(const kdi_open_options_s& options) {
     if (options.local && !m_Local.emplace().Parse(options.local, m_Error)) return false;
     return !options.allow || m_Allowed.emplace().Parse(options.allow, m_Error);
 }
 
-bool CaptureSource::Open(const kdi_capture_options_s& options) {
+bool CaptureSource::Open(const kdi_open_options_s& options) {
     if (!ParseOptions(options)) return false;
     if (m_File.Open() && SurveyFile()) return true;
     m_Error = m_File.Error();
@@ -108,6 +109,15 @@ int64_t CaptureSource::Now() const {
 
 int CaptureSource::Block(const kdi_blacklist_s& record) {
     m_Blocks.Block(record.bl_ipv4_addr, Now() + int64_t{record.bl_duration_msec} * 1000);
+    return 0;
+}
+
+int CaptureSource::Unblock(uint32_t address) {
+    return m_Blocks.Unblock(address, Now()) ? 0 : ENOENT;
+}
+
+int CaptureSource::RestoreBlocks(const kdi_block_s* blocks, unsigned int count) {
+    m_Blocks.Restore(blocks, count, Now());
     return 0;
 }
 

@@ -23,17 +23,20 @@ public:
 
     // False, with the reason in Error(), if an option or the file is bad. A file that is damaged
     // further on opens, and fails where it is damaged.
-    bool Open(const kdi_capture_options_s& options);
+    bool Open(const kdi_open_options_s& options);
 
     kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
     void HoldBack(int64_t usec) override { m_HoldBack = usec; }
     int Block(const kdi_blacklist_s& record) override;
     void GetStatistics(kdi_statistics_s& statistics) const override { statistics = m_Statistics; }
+    std::vector<kdi_block_s> ListBlocks() override { return m_Blocks.List(Now()); }
+    int Unblock(uint32_t address) override;
+    int RestoreBlocks(const kdi_block_s* blocks, unsigned int count) override;
 
 private:
     int64_t Now() const;
     void NoteSource(const velm_log_entry_s& entry);
-    bool ParseOptions(const kdi_capture_options_s& options);
+    bool ParseOptions(const kdi_open_options_s& options);
     bool SurveyFile();
     bool ReadPacket();
     void NotePacket();
@@ -57,7 +60,7 @@ private:
     int64_t m_FirstTime = 0;     // of the first packet, from the first reading
     uint64_t m_Surveyed = 0;     // packets that the first reading found
     std::string m_SurveyError;   // where it had to stop
-    kdi_statistics_s m_Statistics = {0, 0, 0, 0, -1, -1, 0};
+    kdi_statistics_s m_Statistics;
 };
 
 }  // namespace Kdi

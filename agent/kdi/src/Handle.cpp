@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -6,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <vector>
 
 #include "Blacklist.h"
 #include "Source.h"
@@ -58,13 +60,13 @@ void CopyText(const char* text, char* buffer, unsigned int size) {
     if (buffer && size) std::snprintf(buffer, size, "%s", text);
 }
 
-kdi_handle_t Open(const char* source, const kdi_capture_options_s* options, std::string& error) {
+kdi_handle_t Open(const char* source, const kdi_open_options_s* options, std::string& error) {
     if (!source) {
         error = "no source was named";
         return nullptr;
     }
     auto handle = std::make_unique<kdi_handle_ops_s>();
-    handle->source = Kdi::OpenSource(source, options ? *options : kdi_capture_options_s{}, error);
+    handle->source = Kdi::OpenSource(source, options ? *options : kdi_open_options_s{}, error);
     if (!handle->source) return nullptr;
     handle->entry.packet_data = handle->entry.log_data = &s_NoData;
     handle->entry.packet_data_len = handle->entry.log_data_len = 0;
@@ -85,7 +87,7 @@ int AddBlacklist(kdi_handle_ops_s& handle, const void* bytes) {
 
 // No exception leaves an operation: the callers are C.
 
-kdi_handle_t kdi_open_source(const char* source, const kdi_capture_options_s* options, char* error,
+kdi_handle_t kdi_open_source(const char* source, const kdi_open_options_s* options, char* error,
                              unsigned int error_size) {
     CopyText("", error, error_size);
     try {
@@ -140,6 +142,47 @@ int kdi_add_blacklist(kdi_handle_t handle, const void* record) {
     try {
         if (!Handles().Has(handle)) return EBADF;
         return AddBlacklist(*handle, record);
+    } catch (const std::exception&) {
+        return ENOMEM;
+    }
+}
+
+void kdi_wake(kdi_handle_t handle) {
+    handle->source->Wake();
+}
+
+int kdi_descriptor(kdi_handle_t handle) {
+    return handle->source->Descriptor();
+}
+
+bool kdi_take_message(kdi_handle_t handle, char* buffer, unsigned int size) {
+    std::string message;
+    if (!handle->source->TakeMessage(message)) return false;
+    CopyText(message.c_str(), buffer, size);
+    return true;
+}
+
+unsigned int kdi_list_blocks(kdi_handle_t handle, kdi_block_s* blocks, unsigned int capacity) {
+    try {
+        const std::vector<kdi_block_s> list = handle->source->ListBlocks();
+        std::copy_n(list.begin(), std::min<size_t>(capacity, list.size()), blocks);
+        return static_cast<unsigned int>(list.size());
+    } catch (const std::exception&) {
+        return 0;
+    }
+}
+
+int kdi_unblock(kdi_handle_t handle, uint32_t ipv4_addr) {
+    try {
+        return handle->source->Unblock(ipv4_addr);
+    } catch (const std::exception&) {
+        return ENOMEM;
+    }
+}
+
+int kdi_restore_blocks(kdi_handle_t handle, const kdi_block_s* blocks, unsigned int count) {
+    try {
+        return handle->source->RestoreBlocks(blocks, count);
     } catch (const std::exception&) {
         return ENOMEM;
     }

@@ -5,15 +5,14 @@
 namespace Kdi {
 
 static std::unique_ptr<Source> OpenCapture(const std::string& path,
-                                           const kdi_capture_options_s& options,
-                                           std::string& error) {
+                                           const kdi_open_options_s& options, std::string& error) {
     auto capture = std::make_unique<CaptureSource>(path);
     if (capture->Open(options)) return capture;
     error = capture->Error();
     return nullptr;
 }
 
-std::unique_ptr<Source> OpenSource(const std::string& source, const kdi_capture_options_s& options,
+std::unique_ptr<Source> OpenSource(const std::string& source, const kdi_open_options_s& options,
                                    std::string& error) {
     if (source == "null") return std::make_unique<NullSource>();
     if (source.rfind("pcap:", 0) == 0) return OpenCapture(source.substr(5), options, error);

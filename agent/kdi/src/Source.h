@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "kdi/kdi.h"
 
@@ -21,6 +22,18 @@ public:
     virtual int Block(const kdi_blacklist_s& record) = 0;
     virtual void GetStatistics(kdi_statistics_s& statistics) const = 0;
 
+    // Blocks in force, in the order of their addresses.
+    virtual std::vector<kdi_block_s> ListBlocks() = 0;
+    // 0 or an errno value.
+    virtual int Unblock(uint32_t address) = 0;
+    virtual int RestoreBlocks(const kdi_block_s* blocks, unsigned int count) = 0;
+
+    // For any thread and for a signal handler.
+    virtual void Wake() {}
+    virtual int Descriptor() const { return -1; }
+    // False if no message waits.
+    virtual bool TakeMessage(std::string&) { return false; }
+
     const std::string& Error() const { return m_Error; }
     const std::string& Description() const { return m_Description; }
 
@@ -30,7 +43,7 @@ protected:
 };
 
 // Opens by "kind:name". Null on failure, with the reason in `error`.
-std::unique_ptr<Source> OpenSource(const std::string& source, const kdi_capture_options_s& options,
+std::unique_ptr<Source> OpenSource(const std::string& source, const kdi_open_options_s& options,
                                    std::string& error);
 
 }  // namespace Kdi

@@ -18,7 +18,7 @@ class Handle {
 public:
     explicit Handle(const std::string& source, const char* local = nullptr,
                     const char* allow = nullptr) {
-        const kdi_capture_options_s options{local, allow};
+        const kdi_open_options_s options{local, allow};
         char error[512] = "";
         m_Handle = kdi_open_source(source.c_str(), &options, error, sizeof error);
         m_OpenError = error;
