@@ -8,9 +8,10 @@ test=(lua5.2 python3 tcpdump binutils tzdata)
 fuzz=(clang-14 libclang-rt-14-dev)
 format=(clang-format-14 clang-tidy-14)
 bench=(libbenchmark-dev python3 tcpdump)
+i386=(debootstrap)
 
 usage() {
-    echo "usage: $0 [--build] [--test] [--fuzz] [--format] [--bench] [--all]"
+    echo "usage: $0 [--build] [--test] [--fuzz] [--format] [--bench] [--i386] [--all]"
     echo "Installs what the named jobs need; --build and --test without a name."
 }
 
@@ -23,7 +24,8 @@ for option; do
         --fuzz) wanted+=("${fuzz[@]}") ;;
         --format) wanted+=("${format[@]}") ;;
         --bench) wanted+=("${bench[@]}") ;;
-        --all) wanted+=("${build[@]}" "${test[@]}" "${fuzz[@]}" "${format[@]}" "${bench[@]}") ;;
+        --i386) wanted+=("${i386[@]}") ;;
+        --all) wanted+=("${build[@]}" "${test[@]}" "${fuzz[@]}" "${format[@]}" "${bench[@]}" "${i386[@]}") ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <limits>
 #include <new>
 
 #include <wx/sstream.h>
@@ -51,10 +52,14 @@ LogData& CheckSelf(lua_State* L) {
     return *static_cast<LogData*>(object);
 }
 
-lua_Integer CheckInteger(lua_State* L, int index, lua_Integer low, lua_Integer high) {
-    const lua_Integer value = luaL_checkinteger(L, index);
-    if (value < low || value > high) luaL_argerror(L, index, "number out of range");
-    return value;
+// Looks at the number itself: Lua's own conversion to an integer wraps in silence.
+template <typename Integer>
+Integer CheckInteger(lua_State* L, int index) {
+    const lua_Number value = luaL_checknumber(L, index);
+    // The largest value may have no exact form as a number; the one behind it has.
+    const lua_Number low = static_cast<lua_Number>(std::numeric_limits<Integer>::min());
+    if (!(value >= low && value < -low)) luaL_argerror(L, index, "number out of range");
+    return static_cast<Integer>(value);
 }
 
 // A string argument, or nothing for a value without a string form.
@@ -255,7 +260,7 @@ int GetLogFileFullPath(lua_State* L) {
 
 int SetLogFileSizeKB(lua_State* L) {
     LogData& log = CheckSelf(L);
-    log.SetLogFileSizeKB(static_cast<long>(CheckInteger(L, 2, LONG_MIN, LONG_MAX)));
+    log.SetLogFileSizeKB(CheckInteger<long>(L, 2));
     return 0;
 }
 
@@ -266,7 +271,7 @@ int GetLogFileSizeKB(lua_State* L) {
 
 int SetNumberOfOldCopies(lua_State* L) {
     LogData& log = CheckSelf(L);
-    log.SetNumberOfOldCopies(static_cast<int>(CheckInteger(L, 2, INT_MIN, INT_MAX)));
+    log.SetNumberOfOldCopies(CheckInteger<int>(L, 2));
     return 0;
 }
 

@@ -18,6 +18,7 @@ velm_unit_test(module_log_test
     module/RetrievalLateLinesTest.cpp
     module/RetrievalTest.cpp
     module/SettingsTest.cpp
+    module/WordSizeTest.cpp
     LIBS ${MODULE_TEST_LIBS})
 
 # Replaces write(2) by a counting one, so it is a program of its own.

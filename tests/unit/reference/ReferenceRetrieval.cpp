@@ -117,6 +117,14 @@ bool Retrieval::ScanLine(Pass& pass) {
     return pass.thirdComma != 0;
 }
 
+// Whether `later` is more than `seconds` after `earlier`, also where their sum has no value.
+static bool IsMoreThan(long seconds, long earlier, long later) {
+    if (later <= earlier) return false;
+    const unsigned long distance =
+        static_cast<unsigned long>(later) - static_cast<unsigned long>(earlier);
+    return distance > static_cast<unsigned long>(seconds);
+}
+
 Retrieval::Outcome Retrieval::JudgeLine(const Window& window, Pass& pass,
                                         std::vector<Delivery>& found) {
     const char* text = pass.buffer;
@@ -129,13 +137,12 @@ Retrieval::Outcome Retrieval::JudgeLine(const Window& window, Pass& pass,
     if (usec == 0 || pass.lineTime == -1) return NextLine;
 
     const bool hasEnd = window.endTime != 0;
-    // Wide enough for a window that reaches to the end of time.
-    const __int128 lastLook = static_cast<__int128>(window.endTime) + slack;
-    if (hasEnd && pass.atFirstLine && pass.lineTime > lastLook) return EndOfFile;
+    const bool isBeyondSlack = hasEnd && IsMoreThan(slack, window.endTime, pass.lineTime);
+    if (isBeyondSlack && pass.atFirstLine) return EndOfFile;
     if (window.startTime != 0 && pass.lineTime < window.startTime && !IsWantedLate(window, pass)) {
         return NextLine;
     }
-    if (hasEnd && pass.lineTime > lastLook) return EndOfFile;
+    if (isBeyondSlack) return EndOfFile;
     if (hasEnd && pass.lineTime > window.endTime) return NextLine;
     if (pass.isPrimary && pass.lineNumber > bookmarks[window.driver]) {
         bookmarks[window.driver] = pass.lineNumber;
@@ -147,7 +154,7 @@ Retrieval::Outcome Retrieval::JudgeLine(const Window& window, Pass& pass,
 bool Retrieval::IsWantedLate(const Window& window, const Pass& pass) {
     if (!pass.isPrimary) return false;
     if (pass.lineNumber <= bookmarks[window.driver]) return false;
-    if (pass.lineTime < static_cast<__int128>(window.startTime) - slack) return false;
+    if (IsMoreThan(slack, pass.lineTime, window.startTime)) return false;
     if (m_IsFirst[window.driver]) {
         bookmarks[window.driver] = pass.lineNumber;
         return false;

@@ -1,0 +1,58 @@
+#!/bin/bash
+# Builds the project for 32-bit Debian 12 and runs its unit and script tests there: makes the root
+# of such a system at first, in a folder outside the tree, and keeps it with the build for the next
+# time. Arguments: options for ctest.
+#   VELM_I386_ROOT   that folder (/var/cache/velm/i386)
+# Needs root, for the chroot and for mounts, which nobody else sees and which end with the script.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tree=$PWD
+root=${VELM_I386_ROOT:-/var/cache/velm/i386}
+
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "$0: needs root or sudo" >&2; exit 1; }
+    exec sudo VELM_I386_ROOT="$root" "$tree/tools/test-i386.sh" "$@"
+fi
+if [ -z "${VELM_I386_MOUNTS:-}" ]; then
+    tools/install-deps.sh --i386
+    VELM_I386_MOUNTS=own exec unshare --mount --propagation private "$tree/tools/test-i386.sh" "$@"
+fi
+
+# Where this system gets Debian 12 from; nothing if apt cannot tell.
+debian_mirror() {
+    apt-get indextargets --format "\$(SITE)" \
+        "Created-By: Packages" "Origin: Debian" "Codename: bookworm" | sort -u | head -n 1
+}
+
+# in_root COMMAND...: as a 32-bit machine would run it, without this one's environment.
+in_root() {
+    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" LANG=C.UTF-8 \
+        setarch i386 chroot "$root" "$@"
+}
+
+# A root that was not completed is made anew. It takes the release alone, without its updates: all
+# of its packages are then of one age, whatever the state of a mirror's 32-bit updates.
+if [ ! -e "$root/complete" ]; then
+    echo "Making a 32-bit Debian 12 in $root"
+    rm -rf --one-file-system "$root"
+    mkdir -p "$root"
+    mirror=$(debian_mirror)
+    debootstrap --arch=i386 --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >"$root.log" ||
+        { tail -n 20 "$root.log" >&2; exit 1; }
+    touch "$root/complete"
+fi
+
+# A mount point of its own, so that tests may mount file systems in it.
+mount --rbind "$root" "$root"
+mountpoint -q "$root/proc" || mount -t proc proc "$root/proc"
+mount --rbind /dev "$root/dev"
+mount -t tmpfs tmpfs "$root/tmp"
+mkdir -p "$root/src" "$root/build"
+mount --bind "$tree" "$root/src"
+mount -o remount,bind,ro "$root/src"
+cp /etc/resolv.conf "$root/etc/resolv.conf"
+
+in_root /src/tools/install-deps.sh --build --test
+in_root cmake -S /src -B /build --preset release
+in_root cmake --build /build
+in_root ctest --test-dir /build --output-on-failure --parallel "$(nproc)" --exclude-regex '^system\.' "$@"
