@@ -9,6 +9,7 @@
 #include "KdiBinding.h"
 #include "LuaBinding.h"
 #include "Message.h"
+#include "SyslogBinding.h"
 #include "TestingBinding.h"
 #include "velm/Trace.h"
 
@@ -66,6 +67,7 @@ Agent::Agent(const AgentOptions& options)
     : m_Dom(std::make_unique<VelmCore::CDom>()), m_Lua(std::make_unique<LuaState>()) {
     lua_State* L = Lua();
     SetSearchPaths(L, FindFolders(), options.scriptFolder);
+    Preload(L, "velm.syslog", OpenSyslog);
     if (options.testing) Preload(L, "velm.testing", OpenTesting);
     lua_pushcfunction(L, Bind);
     lua_pushlightuserdata(L, this);

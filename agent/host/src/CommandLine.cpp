@@ -46,13 +46,20 @@ struct ReplayLine {
             ->add_option("--local", options.local,
                          "The protected host's addresses; without it the capture tells them")
             ->type_name("CIDR[,CIDR...]");
+        command
+            ->add_option("--syslog", options.syslog,
+                         "Send what is logged and found to a syslog receiver (udp://HOST:PORT,\n"
+                         "tcp://HOST:PORT, unix:/PATH), or print the messages (-)")
+            ->type_name("TARGET");
         command->add_flag("--json", options.json, "Print one JSON object a line");
         AddTrace(*command, options.trace);
         command->footer(
             "Runs the agent's own entry loop over capture files, on the captures' clock, and\n"
             "prints what was logged, found and blocked. The log goes to a temporary directory\n"
             "that is removed in the end, or to the directory that --out names; never to the\n"
-            "directory that the configuration names for the live log.\n\n"
+            "directory that the configuration names for the live log. Messages are sent only\n"
+            "where --syslog says so; with - they take standard output, and the report goes to\n"
+            "standard error, or with --json both stand there as JSON lines.\n\n"
             "Examples:\n"
             "  velm_agent replay scan.pcap\n"
             "  velm_agent replay --out logs --local 192.0.2.10/32 --allow tcp/22,tcp/443 *.pcap\n"

@@ -23,6 +23,7 @@ int RunReplay(const ReplayOptions& options) {
                                   {"config", options.config},
                                   {"allow", options.allow},
                                   {"localAddresses", options.local},
+                                  {"syslog", options.syslog},
                                   {"json", options.json}});
     agent.Shutdown();
     return CheckOutput(status);

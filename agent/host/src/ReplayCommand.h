@@ -9,6 +9,7 @@ struct ReplayOptions {
     std::string config;  // empty: the built-in one
     std::string allow;   // empty: what answers in the capture
     std::string local;   // empty: the capture tells
+    std::string syslog;  // a target, "-" for standard output; empty: nothing is sent
     bool json = false;
     std::vector<std::string> trace;
 };

@@ -3,6 +3,7 @@
 local host = require "velm.host"
 local check = require "velm.schema"
 local defaults = require "velm.defaults"
+local export = require "velm.export"
 local fail = require "velm.fail"
 
 local config = {}
@@ -32,6 +33,7 @@ local AGENT_KEYS = {
     logName = LogName,
     stateDirectory = "string",
     sources = "strings",
+    syslog = "table",
     policyFile = "string",
     settings = Settings,
     trace = "strings",
@@ -77,9 +79,14 @@ local function Complete(configuration)
     for _, key in ipairs(FILLED) do Fill(configuration[key], builtIn[key]) end
 end
 
+local function SyslogProblem(agent)
+    return agent.syslog and export.Problem(agent.syslog, "agent.syslog.")
+end
+
 local function Problem(configuration)
     return check(configuration, CONFIGURATION_KEYS, "", true)
         or check(configuration.agent or {}, AGENT_KEYS, "agent.")
+        or SyslogProblem(configuration.agent or {})
         or check(configuration.packetFilterLog or {}, LOG_KEYS, "packetFilterLog.", true)
         or check(configuration.agentConfiguration or {}, HOST_KEYS, "agentConfiguration.", true)
 end

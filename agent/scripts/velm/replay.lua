@@ -3,6 +3,7 @@
 local host = require "velm.host"
 local player = require "velm.player"
 local config = require "velm.config"
+local export = require "velm.export"
 local fail = require "velm.fail"
 local loop = require "velm.loop"
 local newReporter = require "velm.report"
@@ -57,10 +58,10 @@ local function AddCounts(counts, logged, statistics)
 end
 
 -- Returns the source, open: the log has it block hosts until it is given another one.
-local function PlayCapture(capture, options, log, configuration, counts)
+local function PlayCapture(capture, options, log, configuration, counts, exporter)
     local source = OpenCapture(capture, options)
     log:SetKdi(source)
-    local logged, state, reason = loop.Feed(source, player.Next, log, configuration)
+    local logged, state, reason = loop.Feed(source, player.Next, log, configuration, exporter)
     AddCounts(counts, logged, player.Finish(source))
     player.ReportNews(source)
     if state == "failed" then fail(2, reason) end
@@ -78,10 +79,10 @@ local function RunOn(source, log, configuration)
     end
 end
 
-local function PlayAll(options, log, configuration, counts)
+local function PlayAll(options, log, configuration, counts, exporter)
     local last
     for _, capture in ipairs(options.captures) do
-        local source = PlayCapture(capture, options, log, configuration, counts)
+        local source = PlayCapture(capture, options, log, configuration, counts, exporter)
         if last then last:Close() end
         last = source
     end
@@ -103,6 +104,31 @@ local function Finish(options, log, counts, reporter)
     return flushed
 end
 
+local CLOSE_MSEC = 10000
+
+-- Where messages go: nowhere, to standard output ("-"), or to a receiver. The rest of the
+-- configuration's agent.syslog holds for all of them.
+local function NewExporter(options, agent, configuration, reporter)
+    if options.syslog == "" then return nil end
+    local syslog = agent.syslog or {}
+    syslog.target = options.syslog
+    if options.syslog == "-" then
+        return export.NewPrinter(syslog, configuration, reporter.Message)
+    end
+    local problem = export.Problem(syslog, "agent.syslog.")
+    if problem then fail(2, "--syslog", problem) end
+    return export.New(syslog, configuration, true)
+end
+
+local function CloseExporter(exporter, target)
+    local unsent = exporter:Close(CLOSE_MSEC)
+    local counts = exporter:Statistics()
+    if counts.dropped == 0 then return true end
+    Warn(target, ("%.0f messages sent, %.0f dropped, %.0f of them at the end"):format(
+        counts.sent, counts.dropped, unsent))
+    return false
+end
+
 -- An entry's strings die at once and little else lives, so the collector may wait until garbage is
 -- ten times what lives.
 local COLLECTOR_PAUSE = 1000
@@ -112,8 +138,16 @@ return function(options)
     local configuration, agent = config.Load(options.config)
     config.Apply(agent)
     CheckCaptures(options.captures)
-    local reporter = newReporter(options.json)
-    player.OnNews(reporter.News)
+    -- Messages are what was asked for: the report makes way for them.
+    local reporter = newReporter(options.json, options.syslog == "-" and io.stderr or io.stdout)
+    local exporter = NewExporter(options, agent, configuration, reporter)
+    player.OnNews(function(kind, usec, ...)
+        reporter.News(kind, usec, ...)
+        if exporter and kind == "event" then
+            local number, text = ...
+            exporter:Event(number, text, usec)
+        end
+    end)
     local directory = options.out ~= "" and options.out or player.TempDirectory()
     local log = OpenLog(agent, directory)
     if not player.CountLines(log:GetLogFileFullPath()) then
@@ -122,12 +156,14 @@ return function(options)
     -- Nearly all garbage is strings of entries: it need not be looked for as often as when it is a mix.
     collectgarbage("setpause", 1000)
     local counts = NewCounts()
-    local played, failure = xpcall(PlayAll, debug.traceback, options, log, configuration, counts)
+    local played, failure = xpcall(PlayAll, debug.traceback, options, log, configuration, counts,
+                                    exporter)
     if not played and counts.packets == 0 then error(failure, 0) end
     local flushed = Finish(options, log, counts, reporter)
+    local delivered = not exporter or CloseExporter(exporter, options.syslog)
     if not played then error(failure, 0) end
     if not flushed or reporter.failures > 0 then
         fail(1, directory, "records were lost: " .. reporter.failures .. " failures of log files")
     end
-    return 0
+    return delivered and 0 or 1
 end

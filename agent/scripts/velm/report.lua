@@ -1,5 +1,6 @@
 -- What a replay tells: news as they come, and a summary. Returns a reporter for text or for JSON
--- lines; both count.
+-- lines; both count. Text goes to the file that is given, JSON lines always to standard output, among
+-- them any syslog messages, so that all of it can be parsed.
 
 local json = require "velm.json"
 
@@ -43,16 +44,21 @@ end
 
 local text = {}
 
+-- Text bound for the report's own file.
+local function Print(line) text.file:write(line, "\n") end
+
+function text.message(words) print(words) end
+
 function text.finding(usec, number, words)
-    print(("%s finding %d: %s"):format(Clock(usec), number, Words(words)))
+    Print(("%s finding %d: %s"):format(Clock(usec), number, Words(words)))
 end
 
 function text.event(usec, number, words)
-    print(("%s event %d: %s"):format(Clock(usec), number, words))
+    Print(("%s event %d: %s"):format(Clock(usec), number, words))
 end
 
 function text.block(usec, address, msec)
-    print(("%s block %s for %g seconds"):format(Clock(usec), address, msec / 1000))
+    Print(("%s block %s for %g seconds"):format(Clock(usec), address, msec / 1000))
 end
 
 function text.summary(counts)
@@ -60,15 +66,17 @@ function text.summary(counts)
         local form = name == "seconds" and "%-10s %.6f" or "%-10s %.0f"
         local line = form:format(name, counts[name])
         if REMARKS[name] then line = ("%-22s (%s)"):format(line, REMARKS[name]) end
-        print(line)
+        Print(line)
     end
     for _, kind in ipairs(PROBES) do
-        if counts.kinds[kind] then print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
+        if counts.kinds[kind] then Print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
     end
-    print(("%-10s %s"):format("files", counts.files))
+    Print(("%-10s %s"):format("files", counts.files))
 end
 
 local lines = {}
+
+function lines.message(words) print(json("kind", "syslog", "message", words)) end
 
 function lines.finding(usec, number, words)
     print(json("kind", "finding", "time", usec / 1e6, "number", number, "text", words,
@@ -92,7 +100,8 @@ function lines.summary(counts)
     print(json(table.unpack(pairsOfSummary)))
 end
 
-return function(asJson)
+return function(asJson, file)
+    text.file = file
     local form = asJson and lines or text
     local reporter = {findings = 0, blocks = 0, failures = 0}
     local kinds = {}  -- findings by type
@@ -116,6 +125,8 @@ return function(asJson)
     function reporter.News(kind, ...)
         if kind == "event" then Event(...) else Block(...) end
     end
+
+    function reporter.Message(words) form.message(words) end
 
     function reporter.Summary(counts)
         counts.findings, counts.blocks = reporter.findings, reporter.blocks

@@ -1,0 +1,121 @@
+#include "SyslogHeader.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <ctime>
+
+namespace {
+
+constexpr const char* kApplication = "velm_agent";
+constexpr size_t kMaxHost = 255;
+
+constexpr const char* kFacilities[] = {
+    "kern",   "user",   "mail",     "daemon", "auth",   "syslog", "lpr",    "news",
+    "uucp",   "cron",   "authpriv", "ftp",    "ntp",    "audit",  "alert",  "clock",
+    "local0", "local1", "local2",   "local3", "local4", "local5", "local6", "local7",
+};
+
+// RFC 5424 has neither blanks nor anything beyond ASCII in a field, and "-" for an empty one.
+std::string HostField(const std::string& host) {
+    std::string field;
+    for (const char c : host) {
+        if (c > ' ' && c < 0x7F && field.size() < kMaxHost) field += c;
+    }
+    return field.empty() ? "-" : field;
+}
+
+bool IsContinuation(std::string_view text, size_t at) {
+    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
+}
+
+// The length of the UTF-8 character at `at`, 0 if there is none: cut short, too long for its value,
+// a surrogate, or beyond the last code point.
+size_t CharacterLength(std::string_view text, size_t at) {
+    const unsigned int lead = static_cast<unsigned char>(text[at]);
+    const unsigned int next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0u;
+    if (lead < 0x80) return 1;
+    size_t length = 0;
+    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
+    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
+    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
+    const bool isBad = (lead == 0xE0 && next < 0xA0) || (lead == 0xED && next > 0x9F) ||
+                       (lead == 0xF0 && next < 0x90) || (lead == 0xF4 && next > 0x8F);
+    if (isBad) return 0;
+    for (size_t i = 1; i < length; ++i) {
+        if (!IsContinuation(text, at + i)) return 0;
+    }
+    return length;
+}
+
+bool IsPlain(char c) {
+    return c >= ' ' && c < 0x7F;
+}
+
+}  // namespace
+
+int FacilityNumber(std::string_view name) {
+    int number = 0;
+    for (const char* facility : kFacilities) {
+        if (name == facility) return number;
+        ++number;
+    }
+    return -1;
+}
+
+void AppendClean(std::string& out, std::string_view text) {
+    size_t at = 0;
+    while (at < text.size()) {
+        const size_t begin = at;
+        while (at < text.size() && IsPlain(text[at]))
+            ++at;
+        out.append(text.substr(begin, at - begin));
+        if (at == text.size()) return;
+        const size_t length = CharacterLength(text, at);
+        if (length > 1) {
+            out.append(text.substr(at, length));
+        } else {
+            out += length == 1 ? ' ' : '?';
+        }
+        at += length > 1 ? length : 1;
+    }
+}
+
+SyslogHeader::SyslogHeader(Form form, int facility, const std::string& host)
+    : m_Form(form),
+      m_Facility(facility),
+      m_Host(HostField(host)),
+      m_Process(std::to_string(getpid())) {}
+
+void SyslogHeader::SetSecond(int64_t second) {
+    if (second == m_Second) return;
+    m_Second = second;
+    const auto time = static_cast<time_t>(second);
+    std::tm local{};
+    localtime_r(&time, &local);
+    char text[64];
+    strftime(text, sizeof(text), m_Form == Local ? "%b %e %H:%M:%S" : "%Y-%m-%dT%H:%M:%S", &local);
+    m_Date = text;
+    const long minutes = local.tm_gmtoff / 60;
+    snprintf(text, sizeof(text), "%c%02ld:%02ld", minutes < 0 ? '-' : '+',
+             (minutes < 0 ? -minutes : minutes) / 60, (minutes < 0 ? -minutes : minutes) % 60);
+    m_Offset = text;
+}
+
+void SyslogHeader::Write(std::string& out, int64_t usec, int severity, std::string_view kind,
+                         std::string_view text) {
+    SetSecond(usec / 1000000);
+    char start[32];
+    snprintf(start, sizeof(start), "<%d>", m_Facility * 8 + severity);
+    out = start;
+    if (m_Form == Local) {
+        out.append(m_Date).append(" ").append(kApplication);
+        out.append("[").append(m_Process).append("]: ");
+    } else {
+        snprintf(start, sizeof(start), ".%06d", static_cast<int>(usec % 1000000));
+        out.append("1 ").append(m_Date).append(start).append(m_Offset).append(" ");
+        out.append(m_Host).append(" ").append(kApplication).append(" ").append(m_Process);
+        out.append(" ").append(kind).append(" - ");
+    }
+    AppendClean(out, text);
+}
