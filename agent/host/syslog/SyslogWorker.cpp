@@ -104,7 +104,8 @@ void SyslogWorker::Work() {
     if (result == SyslogLink::Blocked) {
         Wait(m_Link->Descriptor(), POLLIN | POLLOUT, kAskAgain);
     } else if (!FillLink()) {
-        Wait(m_Link->Descriptor(), POLLIN, m_Link->IsWaiting() ? kAskAgain : kLongWait);
+        const bool soon = m_Link->IsWaiting() || m_Queue.IsClosed();
+        Wait(m_Link->Descriptor(), POLLIN, soon ? kAskAgain : kLongWait);
     }
 }
 
