@@ -6,6 +6,7 @@ velm_unit_test(kdi_test
     ${kdi_tests}/LocalHostTest.cpp
     ${kdi_tests}/PacketRulesTest.cpp
     ${kdi_tests}/RecordedCaptureTest.cpp
+    ${kdi_tests}/SslExchangeTest.cpp
     LIBS kdi)
 target_compile_definitions(kdi_test PRIVATE
     KDI_TEST_CAPTURES="${CMAKE_CURRENT_LIST_DIR}/../captures")

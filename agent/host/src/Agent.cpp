@@ -11,6 +11,7 @@
 #include "Message.h"
 #include "SyslogBinding.h"
 #include "TestingBinding.h"
+#include "kdi/ssl.h"
 #include "velm/Trace.h"
 
 namespace {
@@ -90,6 +91,8 @@ bool Agent::Prepare(const AgentOptions& options) {
 void Agent::Shutdown() {
     if (m_ShutDown) return;
     m_ShutDown = true;
+    m_Dom->RequestExit();
+    kdi_wake_ssl_readers();
     m_Lua->Close();
     m_Dom.reset();
 }

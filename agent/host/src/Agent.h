@@ -31,8 +31,8 @@ public:
     VelmCore::CDom& Dom() { return *m_Dom; }
     lua_State* Lua() { return m_Lua->Get(); }
 
-    // Runs the finalisers of the script's objects, then writes settings and events. Only the first
-    // call does anything.
+    // Tells the threads to leave, runs the finalisers of the script's objects, then writes settings
+    // and events. Only the first call does anything.
     void Shutdown();
     bool IsShutDown() const { return m_ShutDown; }
 

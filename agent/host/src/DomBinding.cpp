@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "LuaBinding.h"
+#include "kdi/ssl.h"
 #include "velm/Log.h"
 #include "velm/ScriptObject.h"
 #include "velm/Trace.h"
@@ -171,6 +172,7 @@ int TakeLog(lua_State* L) {
 
 int RequestExit(lua_State* L) {
     CheckDom(L).RequestExit();
+    kdi_wake_ssl_readers();
     return 0;
 }
 

@@ -2,5 +2,6 @@
 
 #include <lua.hpp>
 
-// Opener of the module "velm.testing": the clock that tests move, and failures on demand.
+// Opener of the module "velm.testing": the clock that tests move, failures on demand,
+// and the driver's side of the SSL exchange. From then on SSL responses are kept.
 int OpenTesting(lua_State* L);

@@ -1,77 +1,30 @@
+#include "Handle.h"
+
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <exception>
-#include <memory>
-#include <mutex>
-#include <set>
+#include <utility>
 #include <vector>
 
-#include "Blacklist.h"
-#include "Source.h"
-#include "kdi/kdi.h"
 #include "kdi/testing.h"
-
-// What the opaque word points to.
-struct kdi_handle_ops_s {
-    std::unique_ptr<Kdi::Source> source;
-    Kdi::BlacklistRecords blacklist;
-    kdi_entry_s entry;
-    std::string failure;  // text of an exception, which is memory's
-};
 
 namespace {
 
 std::atomic<int> s_FailBlacklist{0};
 
-// The open handles. The module keeps a handle that its script may close, so a block must not trust
-// it.
-class OpenHandles {
-public:
-    void Add(kdi_handle_t handle) {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Handles.insert(handle);
-    }
-    void Remove(kdi_handle_t handle) {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        m_Handles.erase(handle);
-    }
-    bool Has(kdi_handle_t handle) {
-        const std::lock_guard<std::mutex> lock(m_Mutex);
-        return m_Handles.count(handle) != 0;
-    }
-
-private:
-    std::mutex m_Mutex;
-    std::set<kdi_handle_t> m_Handles;
-};
-
-OpenHandles& Handles() {
-    static OpenHandles handles;
-    return handles;
-}
-
 // Entries carry headers only; a reader still gets a pointer that may be read from, for 0 bytes.
 const unsigned char s_NoData = 0;
-
-void CopyText(const char* text, char* buffer, unsigned int size) {
-    if (buffer && size) std::snprintf(buffer, size, "%s", text);
-}
 
 kdi_handle_t Open(const char* source, const kdi_open_options_s* options, std::string& error) {
     if (!source) {
         error = "no source was named";
         return nullptr;
     }
-    auto handle = std::make_unique<kdi_handle_ops_s>();
-    handle->source = Kdi::OpenSource(source, options ? *options : kdi_open_options_s{}, error);
-    if (!handle->source) return nullptr;
-    handle->entry.packet_data = handle->entry.log_data = &s_NoData;
-    handle->entry.packet_data_len = handle->entry.log_data_len = 0;
-    Handles().Add(handle.get());
-    return handle.release();
+    auto opened = Kdi::OpenSource(source, options ? *options : kdi_open_options_s{}, error);
+    return opened ? Kdi::NewHandle(std::move(opened)) : nullptr;
 }
 
 int AddBlacklist(kdi_handle_ops_s& handle, const void* bytes) {
@@ -84,6 +37,46 @@ int AddBlacklist(kdi_handle_ops_s& handle, const void* bytes) {
 }
 
 }  // namespace
+
+namespace Kdi {
+
+OpenHandles& OpenHandles::Get() {
+    static OpenHandles handles;
+    return handles;
+}
+
+void OpenHandles::Add(kdi_handle_t handle) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Handles.insert(handle);
+}
+
+void OpenHandles::Remove(kdi_handle_t handle) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    m_Handles.erase(handle);
+}
+
+bool OpenHandles::Has(kdi_handle_t handle) {
+    const std::lock_guard<std::mutex> lock(m_Mutex);
+    return m_Handles.count(handle) != 0;
+}
+
+kdi_handle_t NewHandle(std::unique_ptr<Source> source) {
+    auto handle = std::make_unique<kdi_handle_ops_s>();
+    handle->source = std::move(source);
+    handle->entry.packet_data = handle->entry.log_data = &s_NoData;
+    handle->entry.packet_data_len = handle->entry.log_data_len = 0;
+    handle->wakeNumber = SslExchange::Get().WakeNumber();
+    OpenHandles::Get().Add(handle.get());
+    return handle.release();
+}
+
+void CopyText(const char* text, char* buffer, unsigned int size) {
+    if (buffer && size) std::snprintf(buffer, size, "%s", text);
+}
+
+}  // namespace Kdi
+
+using Kdi::CopyText;
 
 // No exception leaves an operation: the callers are C.
 
@@ -102,7 +95,8 @@ kdi_handle_t kdi_open_source(const char* source, const kdi_open_options_s* optio
 }
 
 void kdi_close(kdi_handle_t handle) {
-    Handles().Remove(handle);
+    Kdi::SslExchange::Get().SetEvent(handle, 0);
+    Kdi::OpenHandles::Get().Remove(handle);
     delete handle;
 }
 
@@ -122,7 +116,7 @@ void kdi_hold_back(kdi_handle_t handle, int64_t usec) {
 }
 
 void kdi_get_error(kdi_handle_t handle, char* buffer, unsigned int size) {
-    if (!handle) return CopyText("", buffer, size);
+    if (!handle) return CopyText(Kdi::OpenFailure(), buffer, size);
     const std::string& error = handle->failure.empty() ? handle->source->Error() : handle->failure;
     CopyText(error.c_str(), buffer, size);
 }
@@ -140,7 +134,7 @@ int kdi_add_blacklist(kdi_handle_t handle, const void* record) {
     if (failure != 0) return failure;
     if (!handle || !record) return EINVAL;
     try {
-        if (!Handles().Has(handle)) return EBADF;
+        if (!Kdi::OpenHandles::Get().Has(handle)) return EBADF;
         return AddBlacklist(*handle, record);
     } catch (const std::exception&) {
         return ENOMEM;
