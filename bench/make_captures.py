@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Writes the captures that the replay benchmark reads.
 
-mix      packets from 20,000 sources to closed TCP and UDP ports of one host; a fifth of them
+mix      packets from 250,000 sources to closed TCP and UDP ports of one host; a fifth of them
          repeat, byte for byte, one of the 64 distinct packets before them
 flood    TCP SYN from sources that are all different to one port
 repeats  one TCP SYN, again and again
@@ -22,7 +22,7 @@ ETHERNET = HOST_MAC + ROUTER_MAC + b"\x08\x00"
 HOST_ADDRESS = (192 << 24) | (2 << 8) | 10  # 192.0.2.10
 START_SECONDS = 1767225600  # 2026-01-01 00:00:00 UTC
 BATCH = 8 << 20
-SOURCES = 20000  # different senders in the mix
+SOURCES = 250000  # different senders in the mix, about three packets each
 TCP, UDP = 6, 17
 
 IP_HEADER = struct.Struct(">BBHHHBBHII")

@@ -29,7 +29,7 @@ namespace {
 constexpr unsigned int kNoFiles = ~0u;
 
 // The length of an open file, or -1. One system call, and the cheapest: wxFile::Length makes
-// several, and this is asked twice for a line. The position does not matter to a file that is
+// several. The position does not matter to a file that is
 // appended to.
 long long LengthOf(const wxFile& file) {
     const off_t end = lseek(file.fd(), 0, SEEK_END);
@@ -76,7 +76,8 @@ bool LogData::InitializeLogFile() {
         return false;
     }
     m_LogFile.Attach(fd);
-    if (LengthOf(m_LogFile) == 0) VelmCore::SecureFileOrDirectory(m_LogFileFullPath, false);
+    if (!m_HasContent && LengthOf(m_LogFile) == 0)
+        VelmCore::SecureFileOrDirectory(m_LogFileFullPath, false);
     return true;
 }
 
@@ -156,6 +157,7 @@ bool LogData::HandleFullDisk(int& lastError) {
         m_Dom.AgentEventWrite(6009, "");
         m_OutOfSpace = true;
     }
+    m_HasContent = false;  // the current file may be the oldest
     if (RemoveOldestFile()) {
         lastError = ENOSPC;
         return true;
@@ -177,8 +179,9 @@ bool LogData::CloseAndRotateFile() {
         m_Dom.AgentEventWrite(6004, "%.128s", m_LogFileFullPath);
         return false;
     }
-    if (length / 1024 < static_cast<long long>(m_LogFileSizeKB)) return true;
-    return RotateFiles();
+    const bool isFull = length / 1024 >= static_cast<long long>(m_LogFileSizeKB);
+    m_HasContent = length > 0 && !isFull;
+    return !isFull || RotateFiles();
 }
 
 bool LogData::RotateFiles() {

@@ -31,14 +31,14 @@ class Replay(ReplayTest):
     def test_repeats_are_coalesced_and_counted(self):
         summary = self.summary(self.two_repeats_and_another())
         self.assertEqual(summary, {
-            "kind": "summary", "packets": 3, "entries": 3, "sources": 1, "logged": 3,
+            "kind": "summary", "packets": 3, "entries": 3, "logged": 3,
             "coalesced": 1, "lines": 2, "findings": 0, "blocks": 0, "dropped": 0, "seconds": 2.5})
 
     def test_text_summary_has_the_same_numbers(self):
         result = self.replay(self.two_repeats_and_another())
         self.assert_done(result)
         rows = {line.split()[0]: line.split()[1] for line in result.out.splitlines()}
-        self.assertEqual(rows, {"packets": "3", "entries": "3", "sources": "1", "logged": "3",
+        self.assertEqual(rows, {"packets": "3", "entries": "3", "logged": "3",
                                 "coalesced": "1", "lines": "2", "findings": "0", "blocks": "0",
                                 "dropped": "0", "seconds": "2.500000", "files": "removed;"})
 

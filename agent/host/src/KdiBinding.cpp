@@ -136,7 +136,6 @@ int Statistics(lua_State* L) {
     } fields[] = {
         {"packets", numbers.packets},
         {"entries", numbers.entries},
-        {"sources", numbers.sources},
         {"dropped", numbers.dropped},
         {"lost", numbers.lost},
         {"overruns", numbers.overruns},

@@ -160,7 +160,7 @@ void SetCount(lua_State* L, const char* field, uint64_t value) {
 }
 
 // Finish(handle): the capture's end. The clock moves to its last packet. Returns {packets=,
-// entries=, sources=, dropped=, usec=}, the last the capture time covered.
+// entries=, dropped=, usec=}, the last the capture time covered.
 int Finish(lua_State* L) {
     Player& player = Self(L);
     const kdi_handle_t handle = CheckKdiHandle(L, 1);
@@ -176,7 +176,6 @@ int Finish(lua_State* L) {
     lua_createtable(L, 0, 5);
     SetCount(L, "packets", statistics.packets);
     SetCount(L, "entries", statistics.entries);
-    SetCount(L, "sources", statistics.sources);
     SetCount(L, "dropped", statistics.dropped);
     const int64_t covered = statistics.last_usec - statistics.first_usec;
     SetCount(L, "usec", hasPackets && covered > 0 ? static_cast<uint64_t>(covered) : 0);

@@ -70,18 +70,7 @@ kdi_next_result CaptureSource::Deliver(velm_log_entry_s& entry) {
     const auto& interface = m_Host->Interface();
     FillEntry(m_Record, interface ? interface->data() : nullptr, entry);
     ++m_Statistics.entries;
-    NoteSource(entry);
     return KDI_ENTRY;
-}
-
-void CaptureSource::NoteSource(const velm_log_entry_s& entry) {
-    const Address source = entry.log_flags & LOG_FLAG_IPV4
-                               ? Address{entry.log_ip.v4.iph_src, 4}
-                               : m_Book.Find(entry.log_ip.v6.ipv6h_src.bytes);
-    const WordKey key = AddressKey(source);
-    if (key == m_LastSource) return;
-    m_LastSource = key;
-    m_Statistics.sources += m_Sources.Insert(key).second;
 }
 
 kdi_next_result CaptureSource::Next(unsigned int, velm_log_entry_s& entry) {

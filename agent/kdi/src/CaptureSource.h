@@ -9,7 +9,6 @@
 #include "CaptureFile.h"
 #include "CaptureOptions.h"
 #include "Firewall.h"
-#include "FlatMap.h"
 #include "LocalHost.h"
 #include "Source.h"
 
@@ -35,7 +34,6 @@ public:
 
 private:
     int64_t Now() const;
-    void NoteSource(const velm_log_entry_s& entry);
     bool ParseOptions(const kdi_open_options_s& options);
     bool SurveyFile();
     bool ReadPacket();
@@ -51,8 +49,6 @@ private:
     std::optional<LocalHost> m_Host;
     std::optional<Firewall> m_Firewall;
     Blocks m_Blocks;
-    FlatMap<WordKey, Nothing> m_Sources;  // of entries
-    WordKey m_LastSource;
     int64_t m_HoldBack = std::numeric_limits<int64_t>::max();  // microseconds since the epoch
     Packet m_Packet;
     Record m_Record;

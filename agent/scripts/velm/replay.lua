@@ -45,14 +45,13 @@ local DEFAULT_BIN_MSEC = 10000
 local MAX_RUN_ON_SECONDS = 7200
 
 local function NewCounts()
-    return {packets = 0, entries = 0, sources = 0, dropped = 0, logged = 0, usec = 0}
+    return {packets = 0, entries = 0, dropped = 0, logged = 0, usec = 0}
 end
 
 local function AddCounts(counts, logged, statistics)
     counts.logged = counts.logged + logged
     counts.packets = counts.packets + statistics.packets
     counts.entries = counts.entries + statistics.entries
-    counts.sources = counts.sources + statistics.sources
     counts.dropped = counts.dropped + statistics.dropped
     counts.usec = counts.usec + statistics.usec
 end

@@ -9,12 +9,10 @@ local FIRST_PROBE, LAST_PROBE = 7000, 7004
 local FIRST_FAILURE, LAST_FAILURE = 6001, 6009
 
 local SUMMARY = {
-    "packets", "entries", "sources", "logged", "coalesced", "lines", "findings", "blocks", "dropped",
-    "seconds",
+    "packets", "entries", "logged", "coalesced", "lines", "findings", "blocks", "dropped", "seconds",
 }
 -- What a name does not say by itself.
 local REMARKS = {
-    sources = "different source addresses of entries",
     coalesced = "repeats, counted on the line of the first",
     dropped = "packets of blocked sources",
 }

@@ -301,12 +301,3 @@ TEST_F(HandleTest, BlockWhilePacketsAreHeldBackBeginsAtThatMoment) {
     EXPECT_EQ(ToLines(handle.All()), Lines{"0 1 1 in fwd p6 192.0.2.66 > 192.0.2.10 4002 23"});
     EXPECT_EQ(handle.Statistics().dropped, 1u);
 }
-
-TEST_F(HandleTest, DifferentSourcesOfEntriesAreCounted) {
-    In(Tcp(4000, 23, SYN));
-    In(Tcp(4001, 23, SYN));
-    In(Tcp(4002, 24, SYN));
-    Handle handle("pcap:" + m_Capture.Write());
-    EXPECT_EQ(handle.All().size(), 3u);
-    EXPECT_EQ(handle.Statistics().sources, 1u);
-}

@@ -60,7 +60,6 @@ struct kdi_block_s {
 struct kdi_statistics_s {
     uint64_t packets = 0;
     uint64_t entries = 0;
-    uint64_t sources = 0;     // different source addresses of entries; nflog: 0
     uint64_t dropped = 0;     // packets of blocked sources; nflog: 0
     int64_t first_usec = -1;  // time of the first packet since the epoch; -1 before it
     int64_t last_usec = -1;
