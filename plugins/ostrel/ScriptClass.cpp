@@ -47,6 +47,23 @@ bool IsClass(lua_State* L, const char* fullName, int depth = 0) {
     return matches;
 }
 
+// __index of a class table's metatable: the member that the first of the bases has. The bases are
+// the array in the upvalue.
+int InheritedMember(lua_State* L) {
+    for (int i = 1;; ++i) {
+        lua_settop(L, 2);
+        lua_rawgeti(L, lua_upvalueindex(1), i);
+        if (lua_type(L, -1) != LUA_TSTRING) return 0;
+        lua_rawget(L, LUA_REGISTRYINDEX);
+        if (!lua_istable(L, -1)) continue;
+        lua_getfield(L, -1, "__index");
+        if (!lua_istable(L, -1)) continue;
+        lua_pushvalue(L, 2);
+        lua_gettable(L, -2);
+        if (!lua_isnil(L, -1)) return 1;
+    }
+}
+
 }  // namespace
 
 void PushNamedTable(lua_State* L, const char* fullName) {
@@ -99,6 +116,16 @@ bool BeginClass(lua_State* L, const char* fullName, lua_CFunction constructor,
 void AddMethod(lua_State* L, const char* name, lua_CFunction method) {
     lua_pushcfunction(L, method);
     lua_setfield(L, -2, name);
+}
+
+void AddBase(lua_State* L, const char* fullName) {
+    lua_getmetatable(L, -1);
+    lua_pushstring(L, fullName);
+    lua_rawseti(L, -2, static_cast<int>(lua_rawlen(L, -2)) + 1);
+    lua_pushvalue(L, -1);
+    lua_pushcclosure(L, InheritedMember, 1);
+    lua_setfield(L, -2, "__index");
+    lua_pop(L, 1);
 }
 
 void* TestObject(lua_State* L, int index, const char* fullName) {

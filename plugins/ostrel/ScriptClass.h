@@ -19,6 +19,10 @@ bool BeginClass(lua_State* L, const char* fullName, lua_CFunction constructor,
 // Adds a method to the class table on top.
 void AddMethod(lua_State* L, const char* name, lua_CFunction method);
 
+// Lets the class, whose table lies on top, derive from the class named, besides those that it
+// derives from already: their methods are its own as well. The base need not be there yet.
+void AddBase(lua_State* L, const char* fullName);
+
 // The object at `index` if it is of the class or of one derived from it, not const and not gone;
 // otherwise null.
 void* TestObject(lua_State* L, int index, const char* fullName);

@@ -12,9 +12,19 @@ struct Bytes {
     size_t length;
 };
 
-int PushBytes(lua_State* L) {
-    const Bytes* bytes = static_cast<const Bytes*>(lua_touserdata(L, 1));
+void PushBytes(lua_State* L, const void* context) {
+    const Bytes* bytes = static_cast<const Bytes*>(context);
     lua_pushlstring(L, bytes->data, bytes->length);
+}
+
+struct Push {
+    void (*function)(lua_State*, const void*);
+    const void* context;
+};
+
+int CallPush(lua_State* L) {
+    const Push* push = static_cast<const Push*>(lua_touserdata(L, 1));
+    push->function(L, push->context);
     return 1;
 }
 
@@ -36,11 +46,16 @@ int Guard(lua_State* L, int (*body)(lua_State*)) {
     return luaL_error(L, "%s", message);
 }
 
-void PushStringSafely(lua_State* L, const char* data, size_t length) {
-    Bytes bytes = {data, length};
-    lua_pushcfunction(L, PushBytes);
-    lua_pushlightuserdata(L, &bytes);
+void PushSafely(lua_State* L, void (*function)(lua_State*, const void*), const void* context) {
+    Push push = {function, context};
+    lua_pushcfunction(L, Guarded<CallPush>);
+    lua_pushlightuserdata(L, &push);
     if (lua_pcall(L, 1, 1, 0) != LUA_OK) throw ScriptError();
+}
+
+void PushStringSafely(lua_State* L, const char* data, size_t length) {
+    const Bytes bytes = {data, length};
+    PushSafely(L, PushBytes, &bytes);
 }
 
 }  // namespace OSTREL

@@ -21,6 +21,9 @@ int Guarded(lua_State* L) {
     return Guard(L, Body);
 }
 
+// Calls `function(L, context)` where objects with destructors are alive: it may raise, and leaves
+// one value on the stack. Throws ScriptError for the error that it raised.
+void PushSafely(lua_State* L, void (*function)(lua_State*, const void*), const void* context);
 // Pushes a string, where objects with destructors are alive. Throws ScriptError when out of memory.
 void PushStringSafely(lua_State* L, const char* data, size_t length);
 

@@ -5,6 +5,7 @@
 #include <lua.hpp>
 
 #include "LogDataScript.h"
+#include "RSAKeyScript.h"
 #include "Trace.h"
 
 namespace {
@@ -27,7 +28,9 @@ const Pin s_Pin;
 
 extern "C" __attribute__((visibility("default"))) int luaopen_ostrel(lua_State* L) {
     OSTREL_TRACE(L"ostrel", "luaopen_ostrel");
+    OSTREL::RegisterRSAKey(L);
     OSTREL::RegisterLogData(L);
+    OSTREL::RegisterPlatformCredentials(L);
     lua_pushboolean(L, true);
     return 1;
 }
