@@ -84,8 +84,10 @@ public:
     // The key, with one reference for the caller, or null.
     RSA* Load() {
         if (!OpenInput()) return nullptr;
-        if (!(m_IsP12 ? ReadP12() : ReadPem())) return nullptr;
+        const bool isRead = m_IsP12 ? ReadP12() : ReadPem();
+        // An unfit certificate hides a key that is missing or cannot be read.
         if (m_Certificate && !SuitsServer()) return Fail(CRSAKey::ImproperKeyUsage);
+        if (!isRead) return nullptr;
         if (!m_Key) return Fail(CRSAKey::KeyNotFound);
         RSA* rsa = EVP_PKEY_get1_RSA(m_Key.get());
         if (rsa == nullptr) {

@@ -6,6 +6,7 @@
 
 #include "LogDataScript.h"
 #include "RSAKeyScript.h"
+#include "SSLCertThreadScript.h"
 #include "Trace.h"
 
 namespace {
@@ -30,6 +31,7 @@ extern "C" __attribute__((visibility("default"))) int luaopen_ostrel(lua_State* 
     OSTREL_TRACE(L"ostrel", "luaopen_ostrel");
     OSTREL::RegisterRSAKey(L);
     OSTREL::RegisterLogData(L);
+    OSTREL::RegisterSSLCertThread(L);
     OSTREL::RegisterPlatformCredentials(L);
     lua_pushboolean(L, true);
     return 1;

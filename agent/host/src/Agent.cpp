@@ -11,6 +11,7 @@
 #include "Message.h"
 #include "SyslogBinding.h"
 #include "TestingBinding.h"
+#include "ThreadBinding.h"
 #include "kdi/ssl.h"
 #include "velm/Trace.h"
 
@@ -43,6 +44,7 @@ int Bind(lua_State* L) {
     auto* agent = static_cast<Agent*>(lua_touserdata(L, 1));
     RegisterDom(L, agent->Dom());
     RegisterKdi(L);
+    RegisterThreads(L);
     ReplaceExit(L, agent);
     return 0;
 }

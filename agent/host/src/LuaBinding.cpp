@@ -5,6 +5,8 @@
 
 #include <wx/string.h>
 
+#include "velm/ScriptObject.h"
+
 namespace {
 
 // Pushes the table at the dotted path from the global table, making what is missing.
@@ -26,6 +28,40 @@ void PushTableAt(lua_State* L, const char* path) {
         lua_pop(L, 1);
         part += length + (part[length] == '.' ? 1 : 0);
     }
+}
+
+// Class trees that are deeper than this, or circles, end here.
+constexpr int kClassDepth = 16;
+
+// Pushes the table that holds the names of the bases of the class with that metatable, or nothing.
+bool PushBaseNames(lua_State* L, int metatable) {
+    lua_getfield(L, metatable, "__index");
+    if (lua_istable(L, -1) && lua_getmetatable(L, -1)) {
+        lua_remove(L, -2);
+        return true;
+    }
+    lua_pop(L, 1);
+    return false;
+}
+
+// True if the class with the metatable on top is the one named or derives from it. Takes the
+// metatable off the stack.
+bool PopIsClass(lua_State* L, const char* name, int depth) {
+    luaL_checkstack(L, 8, "class tree too deep");
+    const int metatable = lua_gettop(L);
+    lua_getfield(L, metatable, "__class");
+    const char* own = lua_tostring(L, -1);
+    bool is = own != nullptr && std::strcmp(own, name) == 0;
+    if (!is && depth > 0 && PushBaseNames(L, metatable)) {
+        const int count = static_cast<int>(lua_rawlen(L, -1));
+        for (int i = 1; i <= count && !is; ++i) {
+            lua_rawgeti(L, -1, i);
+            lua_rawget(L, LUA_REGISTRYINDEX);
+            is = lua_istable(L, -1) && PopIsClass(L, name, depth - 1);
+        }
+    }
+    lua_settop(L, metatable - 1);
+    return is;
 }
 
 bool IsUtf8(const char* text, size_t length) {
@@ -51,6 +87,23 @@ void RegisterClass(lua_State* L, const char* name, const luaL_Reg* methods) {
     lua_pushstring(L, name);
     lua_setfield(L, -2, "__class");
     lua_pop(L, 1);
+}
+
+void AddBaseClass(lua_State* L, const char* name, const char* base) {
+    luaL_getmetatable(L, name);
+    if (PushBaseNames(L, lua_gettop(L))) {
+        lua_pushstring(L, base);
+        lua_rawseti(L, -2, static_cast<int>(lua_rawlen(L, -2)) + 1);
+        lua_pop(L, 1);
+    }
+    lua_pop(L, 1);
+}
+
+void* TestScriptObject(lua_State* L, int index, const char* name) {
+    if (lua_type(L, index) != LUA_TUSERDATA || !lua_getmetatable(L, index)) return nullptr;
+    if (!PopIsClass(L, name, kClassDepth)) return nullptr;
+    const auto* object = static_cast<const VelmCore::ScriptObject*>(lua_touserdata(L, index));
+    return object->isConst ? nullptr : object->object;
 }
 
 unsigned int CheckUnsigned(lua_State* L, int index) {

@@ -59,6 +59,13 @@ void PushLibrary(lua_State* L, const luaL_Reg* functions, int upvalues);
 // global table. See velm/ScriptObject.h.
 void RegisterClass(lua_State* L, const char* name, const luaL_Reg* methods);
 
+// Lets the class `name` derive from `base`, besides those that it derives from already. For checks
+// only: it does not inherit methods by this.
+void AddBaseClass(lua_State* L, const char* name, const char* base);
+// The object at the index if it is of the class, or of one that derives from it, and is neither
+// const nor gone; otherwise null.
+void* TestScriptObject(lua_State* L, int index, const char* name);
+
 // Arguments that scripts pass; all raise a Lua error that says what was expected.
 // An integer from 0 to 2^32 - 1.
 unsigned int CheckUnsigned(lua_State* L, int index);

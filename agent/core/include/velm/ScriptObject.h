@@ -10,7 +10,8 @@
 // - A dotted name is a path of nested tables from the global table down to the class table.
 // - A class table has a metatable of its own; its `__call` is the constructor, if there is one, and
 //   its array part names the classes that it derives from.
-// - An object's userdata begins with a ScriptObject.
+// - An object's userdata begins with a ScriptObject, whose pointer serves for every class that the
+//   object's class derives from as well: native classes derive singly, so the addresses are equal.
 namespace VelmCore {
 
 struct ScriptObject {

@@ -1,0 +1,14 @@
+# The SSL key service and its keys.
+set(dir ${CMAKE_CURRENT_LIST_DIR}/ssl)
+set(SSL_TEST_LIBS ostrel_objects velm_core kdi PkgConfig::LUA)
+
+velm_unit_test(ssl_key_test
+    ${dir}/CredentialKindsTest.cpp
+    ${dir}/RSAKeyTest.cpp
+    LIBS ${SSL_TEST_LIBS})
+
+foreach(name ssl_key_test)
+    target_include_directories(${name} PRIVATE ${dir} ${CMAKE_CURRENT_LIST_DIR}/module)
+    target_compile_definitions(${name} PRIVATE
+        CREDENTIAL_FILES="${CMAKE_CURRENT_LIST_DIR}/../captures/tls")
+endforeach()
