@@ -3,7 +3,8 @@
 set -euo pipefail
 
 build=(g++ cmake ninja-build pkg-config libwxgtk3.2-dev liblua5.2-dev libssl-dev libcli11-dev
-       libsqlite3-dev libexpat1-dev libpcap-dev libgtest-dev libgmock-dev)
+       libsqlite3-dev libexpat1-dev libpcap-dev libcap-ng-dev libsystemd-dev nlohmann-json3-dev
+       libgtest-dev libgmock-dev)
 test=(lua5.2 python3 tcpdump binutils tzdata)
 fuzz=(clang-14 libclang-rt-14-dev)
 format=(clang-format-14 clang-tidy-14)

@@ -4,9 +4,11 @@
 
 #include <CLI/CLI.hpp>
 
+#include "ControlCommand.h"
 #include "Message.h"
 #include "QueryCommand.h"
 #include "ReplayCommand.h"
+#include "RunCommand.h"
 #include "ScriptCommand.h"
 
 namespace {
@@ -64,6 +66,48 @@ struct ReplayLine {
             "  velm_agent replay scan.pcap\n"
             "  velm_agent replay --out logs --local 192.0.2.10/32 --allow tcp/22,tcp/443 *.pcap\n"
             "  velm_agent replay --json scan.pcap | jq 'select(.kind == \"finding\")'");
+    }
+};
+
+struct RunLine {
+    RunOptions options;
+    CLI::App* command;
+
+    explicit RunLine(CLI::App& program)
+        : command(program.add_subcommand("run", "The service: logs until a signal ends it")) {
+        AddConfig(*command, options.config);
+        command->add_flag("--check", options.check, "Look at the configuration and leave");
+        command->add_flag("--dry-run", options.dryRun, "Block nobody; tell who would be");
+        AddTrace(*command, options.trace);
+        command->footer(
+            "Takes the entries of the configured sources, logs them, looks for scans and blocks\n"
+            "whom the configuration says. SIGTERM and SIGINT write what is held back and end it;\n"
+            "SIGHUP reads configuration and policy anew. One service for a state directory.\n\n"
+            "Exit status: 0 ended by a signal, 1 failed, 2 wrong usage, 78 the configuration is\n"
+            "faulty, so that starting again makes no sense. With --check a faulty configuration\n"
+            "gives 2.\n\n"
+            "Examples:\n"
+            "  velm_agent run --check --config /etc/velm/velm.conf.lua\n"
+            "  velm_agent run --dry-run --config /etc/velm/velm.conf.lua");
+    }
+};
+
+// The commands that ask the running service.
+struct ControlLine {
+    ControlOptions options;
+    CLI::App* command;
+
+    ControlLine(CLI::App& program, const char* request, const char* description)
+        : command(program.add_subcommand(request, description)) {
+        options.request = request;
+        command->add_option("--config", options.config, "The running service's configuration")
+            ->type_name("FILE");
+    }
+    void AddJson() { command->add_flag("--json", options.json, "Print JSON, one object a line"); }
+    void AddAddress() {
+        command->add_option("ADDRESS", options.argument, "The IPv4 address to let in again")
+            ->required()
+            ->type_name("");
     }
 };
 
@@ -173,7 +217,14 @@ int RunCommandLine(int argc, char** argv) {
     program.require_subcommand(1);
     program.footer("Help on a command: velm_agent COMMAND --help");
     ReplayLine replay(program);
+    RunLine run(program);
     QueryLine query(program);
+    ControlLine status(program, "status", "Numbers of the running service");
+    status.AddJson();
+    ControlLine blocks(program, "blocks", "Addresses that the running service blocks");
+    blocks.AddJson();
+    ControlLine unblock(program, "unblock", "Lifts the running service's block of an address");
+    unblock.AddAddress();
     ScriptLine script(program);
     try {
         program.parse(argc, argv);
@@ -181,6 +232,10 @@ int RunCommandLine(int argc, char** argv) {
         return TellParseError(program, error);
     }
     if (*replay.command) return RunReplay(replay.options);
+    if (*run.command) return RunService(run.options);
     if (*query.command) return RunQuery(query.options);
+    for (const ControlLine* line : {&status, &blocks, &unblock}) {
+        if (*line->command) return RunControl(line->options);
+    }
     return script.Run();
 }

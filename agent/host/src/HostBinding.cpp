@@ -1,8 +1,10 @@
 #include "HostBinding.h"
 
 #include "ConfigFile.h"
+#include "ControlClient.h"
 #include "FileText.h"
 #include "Interfaces.h"
+#include "JsonLua.h"
 #include "LuaBinding.h"
 #include "velm/Text.h"
 #include "velm/Trace.h"
@@ -98,16 +100,34 @@ int ShowTrace(lua_State*) {
     return 0;
 }
 
+// Ask(socket, line): the running service's answer, or nil and the reason.
+int Ask(lua_State* L) {
+    const char* path = luaL_checkstring(L, 1);
+    const char* line = luaL_checkstring(L, 2);
+    auto& answer = PushBox<std::string>(L);
+    auto& reason = PushBox<std::string>(L);
+    if (AskService(path, line, answer, reason)) {
+        PushString(L, answer);
+        return 1;
+    }
+    lua_pushnil(L);
+    PushString(L, reason);
+    return 2;
+}
+
 const luaL_Reg kFunctions[] = {
     {"LoadTable", Guarded<LoadTable>},      {"WhyUnreadable", Guarded<Unreadable>},
     {"WhyUnwritable", Guarded<Unwritable>}, {"WhyNoLog", Guarded<NoLog>},
     {"ReadText", Guarded<ReadText>},        {"Interfaces", Guarded<Interfaces>},
-    {"ShowTrace", Guarded<ShowTrace>},      {nullptr, nullptr},
+    {"ShowTrace", Guarded<ShowTrace>},      {"Ask", Guarded<Ask>},
+    {"ParseJson", Guarded<ParseJson>},      {nullptr, nullptr},
 };
 
 }  // namespace
 
 int OpenHost(lua_State* L) {
     PushLibrary(L, kFunctions, 0);
+    lua_pushliteral(L, VELM_VERSION);
+    lua_setfield(L, -2, "VERSION");
     return 1;
 }

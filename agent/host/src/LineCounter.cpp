@@ -42,6 +42,11 @@ bool LineCounter::Begin(const std::string& path) {
     return true;
 }
 
+uint64_t LineCounter::Count() {
+    ReadHeld();
+    return m_Lines;
+}
+
 uint64_t LineCounter::Finish() {
     CountHeld();
     return m_Lines;
@@ -69,7 +74,8 @@ bool LineCounter::IsHeld(int fd) const {
            held.st_dev == other.st_dev && held.st_ino == other.st_ino;
 }
 
-void LineCounter::CountHeld() {
+// Reads from where the last reading ended.
+void LineCounter::ReadHeld() {
     if (m_File < 0) return;
     char block[65536];
     ssize_t got = 0;
@@ -77,6 +83,10 @@ void LineCounter::CountHeld() {
         if (got > 0) m_Lines += CountLineFeeds(block, static_cast<size_t>(got));
     }
     if (got < 0) m_Complete = false;
-    close(m_File);
+}
+
+void LineCounter::CountHeld() {
+    ReadHeld();
+    if (m_File >= 0) close(m_File);
     m_File = -1;
 }

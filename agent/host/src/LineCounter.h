@@ -15,6 +15,8 @@ public:
 
     // Begins at the present end of the log's current file. False if it can't be read.
     bool Begin(const std::string& path);
+    // Counts what is there by now and goes on.
+    uint64_t Count();
     // Counts what is left and ends.
     uint64_t Finish();
     // False if a file could not be followed, so that the number is too low.
@@ -23,6 +25,7 @@ public:
 private:
     void FollowNewFile();
     bool IsHeld(int fd) const;
+    void ReadHeld();
     void CountHeld();
 
     std::string m_Path;

@@ -10,6 +10,7 @@ local config = {}
 
 local DEFAULT_DIRECTORY = "/var/log/velm_agent"
 local DEFAULT_NAME = "velm_mpnp"
+local DEFAULT_STATE = "/var/lib/velm_agent"
 
 -- A rotated file's number stands where a file name's extension does.
 local function LogName(value)
@@ -28,12 +29,35 @@ local function Settings(value)
     end
 end
 
+-- Sources by their form; the driver library says whether one can be opened.
+local SOURCE_FORMS = {"^null$", "^pcap:.", "^nflog:%d+$"}
+
+local function IsSource(name)
+    for _, form in ipairs(SOURCE_FORMS) do
+        if name:find(form) then return true end
+    end
+end
+
+local function Sources(value)
+    if not check.IsArrayOfStrings(value) then return "array of strings" end
+    for _, name in ipairs(value) do
+        if not IsSource(name) then return 'array of "nflog:GROUP", "pcap:FILE" and "null"' end
+    end
+end
+
 local AGENT_KEYS = {
     logDirectory = "string",
     logName = LogName,
     stateDirectory = "string",
+<<<<<<< HEAD
     sources = "strings",
     syslog = "table",
+=======
+    sources = Sources,
+    allow = "strings",
+    statisticsFile = "string",
+    receiveBuffer = "number",
+>>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
     policyFile = "string",
     settings = Settings,
     trace = "strings",
@@ -108,6 +132,7 @@ function config.Load(path)
     Complete(configuration)
     agent.logDirectory = agent.logDirectory or DEFAULT_DIRECTORY
     agent.logName = agent.logName or DEFAULT_NAME
+    agent.stateDirectory = agent.stateDirectory or DEFAULT_STATE
     return configuration, agent
 end
 
@@ -119,12 +144,38 @@ local function LoadPolicy(path)
 end
 
 -- Does what the agent's part asks of the process. Comes before the log object is made, which reads
--- its settings then.
+-- its settings then. A policy that is refused leaves all as it was.
 function config.Apply(agent)
+    if agent.policyFile then LoadPolicy(agent.policyFile) end
     for key, value in pairs(agent.settings or {}) do dom:Set(key, value) end
     for _, component in ipairs(agent.trace or {}) do dom:TraceEnable(component, true) end
     if agent.trace and agent.trace[1] then host.ShowTrace() end
-    if agent.policyFile then LoadPolicy(agent.policyFile) end
+end
+
+local NO_POLICY = "<SecurityConfiguration/>"
+
+-- Puts what the agent's part asks for in the place of what the former one did.
+function config.Replace(former, agent)
+    config.Apply(agent)
+    if former.policyFile and not agent.policyFile then dom:ConfigSetXml(NO_POLICY) end
+    local traced = {}
+    for _, component in ipairs(agent.trace or {}) do traced[component] = true end
+    for _, component in ipairs(former.trace or {}) do
+        if not traced[component] then dom:TraceEnable(component, false) end
+    end
+end
+
+local ENTRY_SIZE, REASON_OFFSET = 180, 0x16
+-- A connection's normal end, 10000 as two little-endian bytes.
+local CONNECTION_END = "\16\39"
+
+-- The log takes its limits and the analysis's from the configuration that comes with an entry. A
+-- connection's end is neither logged nor analysed, so it brings the configuration and changes
+-- nothing else.
+function config.Bring(log, configuration)
+    local rest = ENTRY_SIZE - REASON_OFFSET - #CONNECTION_END
+    log:WriteLogData(("\0"):rep(REASON_OFFSET) .. CONNECTION_END .. ("\0"):rep(rest), "",
+                     configuration, "")
 end
 
 return config

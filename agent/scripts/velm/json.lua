@@ -1,5 +1,5 @@
 -- One JSON object as a line: json(name, value, name, value, ...), in that order. Values are numbers,
--- which are finite, and strings, which are UTF-8.
+-- which are finite, booleans, and strings, which are UTF-8.
 
 local ESCAPES = {['"'] = '\\"', ["\\"] = "\\\\", ["\n"] = "\\n", ["\r"] = "\\r", ["\t"] = "\\t"}
 
@@ -8,6 +8,7 @@ local function Escape(character)
 end
 
 local function Encode(value)
+    if type(value) == "boolean" then return tostring(value) end
     if type(value) == "number" then
         return value % 1 == 0 and ("%.0f"):format(value) or ("%.6f"):format(value)
     end

@@ -6,18 +6,6 @@ local fail = require "velm.fail"
 require "ostrel"
 
 local PACKET, PAYLOAD = 0, 1
-local ENTRY_SIZE, REASON_OFFSET = 180, 0x16
--- A connection's normal end, 10000 as two little-endian bytes.
-local CONNECTION_END = "\16\39"
-
--- The log takes the cache's lifetime, which says how far records may stand from their place in the
--- files, from the configuration that comes with an entry. A connection's end is neither logged nor
--- analysed, so it brings the configuration and changes nothing else.
-local function BringConfiguration(log, configuration)
-    local rest = ENTRY_SIZE - REASON_OFFSET - #CONNECTION_END
-    log:WriteLogData(("\0"):rep(REASON_OFFSET) .. CONNECTION_END .. ("\0"):rep(rest), "",
-                     configuration, "")
-end
 
 -- The last column is the time of the first occurrence in microseconds.
 local function AddTime(line)
@@ -49,7 +37,8 @@ return function(options)
     local log = SLB.ostrel.LogData(dom)
     log:SetLogFilePath(directory)
     log:SetLogFileName(name)
-    BringConfiguration(log, configuration)
+    -- The cache's lifetime says how far records may stand from their place in the files.
+    config.Bring(log, configuration)
     local kind = options.payload and PAYLOAD or PACKET
     Print(log:GetLogData(options.from, options.to, kind, 0), options.time)
     return TellEvents(directory) == 0 and 0 or 1

@@ -2,11 +2,8 @@
 -- lines; both count. Text goes to the file that is given, JSON lines always to standard output, among
 -- them any syslog messages, so that all of it can be parsed.
 
+local event = require "velm.event"
 local json = require "velm.json"
-
-local FIRST_PROBE, LAST_PROBE = 7000, 7004
--- Events of the log files: something could not be made, opened, written, listed, removed or moved.
-local FIRST_FAILURE, LAST_FAILURE = 6001, 6009
 
 local SUMMARY = {
     "packets", "entries", "logged", "coalesced", "lines", "findings", "blocks", "dropped", "seconds",
@@ -16,23 +13,6 @@ local REMARKS = {
     coalesced = "repeats, counted on the line of the first",
     dropped = "packets of blocked sources",
 }
-
--- The second field of a probe event is the address that probed.
-local function Source(text) return text:match("^[^|]*|([^|]*)") or "" end
-
-local PROBES = {"FingerprintScan", "HostOrPortScan", "NullScan", "SynFinScan", "XmasScan"}
-local PROTOCOLS = {["6"] = "TCP", ["17"] = "UDP"}
-
--- A probe event in words: type, address, protocol, block time, and for sweeps the addresses and ports.
-local function Words(text)
-    local kind, source, protocol, seconds, rest = text:match("^([^|]*)|([^|]*)|(%d+)|(-?%d+)(.*)$")
-    if not kind then return text end
-    local words = ("%s from %s (%s)"):format(kind, source, PROTOCOLS[protocol] or protocol)
-    local addresses, ports = rest:match("^|(%d+)|(%d+)$")
-    if addresses then words = words .. (", %s addresses, %s ports"):format(addresses, ports) end
-    if tonumber(seconds) > 0 then return words .. (", blocked for %s seconds"):format(seconds) end
-    return words .. ", not blocked"
-end
 
 -- Before the first packet there is no time.
 local function Clock(usec)
@@ -48,7 +28,11 @@ local function Print(line) text.file:write(line, "\n") end
 function text.message(words) print(words) end
 
 function text.finding(usec, number, words)
+<<<<<<< HEAD
     Print(("%s finding %d: %s"):format(Clock(usec), number, Words(words)))
+=======
+    print(("%s finding %d: %s"):format(Clock(usec), number, event.Words(words)))
+>>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
 end
 
 function text.event(usec, number, words)
@@ -66,8 +50,13 @@ function text.summary(counts)
         if REMARKS[name] then line = ("%-22s (%s)"):format(line, REMARKS[name]) end
         Print(line)
     end
+<<<<<<< HEAD
     for _, kind in ipairs(PROBES) do
         if counts.kinds[kind] then Print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
+=======
+    for _, kind in ipairs(event.KINDS) do
+        if counts.kinds[kind] then print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
+>>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
     end
     Print(("%-10s %s"):format("files", counts.files))
 end
@@ -78,7 +67,7 @@ function lines.message(words) print(json("kind", "syslog", "message", words)) en
 
 function lines.finding(usec, number, words)
     print(json("kind", "finding", "time", usec / 1e6, "number", number, "text", words,
-               "source", Source(words)))
+               "source", event.Source(words)))
 end
 
 function lines.event(usec, number, words)
@@ -105,12 +94,12 @@ return function(asJson, file)
     local kinds = {}  -- findings by type
 
     local function Event(usec, number, words)
-        if number >= FIRST_FAILURE and number <= LAST_FAILURE then
+        if event.IsFailure(number) then
             reporter.failures = reporter.failures + 1
         end
-        if number < FIRST_PROBE or number > LAST_PROBE then return form.event(usec, number, words) end
+        if not event.IsFinding(number) then return form.event(usec, number, words) end
         reporter.findings = reporter.findings + 1
-        local kind = words:match("^[^|]*")
+        local kind = event.Kind(words)
         kinds[kind] = (kinds[kind] or 0) + 1
         form.finding(usec, number, words)
     end

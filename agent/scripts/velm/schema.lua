@@ -1,11 +1,13 @@
--- Checks the types of a table's values: check(values, types, prefix) returns nil, or a text that
+-- Checks the types of a table's values: check(values, types, prefix, open) returns nil, or a text that
 -- names the first bad key in the order of their names, what was expected and what was got.
 --
 -- `types` maps each key to a Lua type, "strings" for an array of strings, or a function that gets the
 -- value and returns what was expected instead, if anything. A key that it lacks is an error, unless
 -- `open` is true.
 
-local function IsArrayOfStrings(value)
+local schema = {}
+
+function schema.IsArrayOfStrings(value)
     if type(value) ~= "table" then return false end
     local count = 0
     for key, item in pairs(value) do
@@ -18,7 +20,7 @@ end
 local function Expected(value, kind)
     if type(kind) == "function" then return kind(value) end
     if kind == "strings" then
-        return not IsArrayOfStrings(value) and "array of strings" or nil
+        return not schema.IsArrayOfStrings(value) and "array of strings" or nil
     end
     return type(value) ~= kind and kind or nil
 end
@@ -30,7 +32,7 @@ local function SortedKeys(values)
     return keys
 end
 
-return function(values, types, prefix, open)
+local function Check(values, types, prefix, open)
     for _, key in ipairs(SortedKeys(values)) do
         local name = prefix .. tostring(key)
         local kind = types[key]
@@ -44,3 +46,5 @@ return function(values, types, prefix, open)
         end
     end
 end
+
+return setmetatable(schema, {__call = function(_, ...) return Check(...) end})

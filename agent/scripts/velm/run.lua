@@ -1,0 +1,249 @@
+-- velm_agent run: the service.
+
+local host = require "velm.host"
+local service = require "velm.service"
+local answers = require "velm.answers"
+local blocks = require "velm.blocks"
+local check = require "velm.check"
+local config = require "velm.config"
+local fail = require "velm.fail"
+local loop = require "velm.loop"
+local news = require "velm.news"
+local numbers = require "velm.numbers"
+local say = require "velm.say"
+require "ostrel"
+
+-- The exit status that says that starting again makes no sense.
+local BAD_CONFIGURATION = 78
+local CONFIG_UPDATED = "app.configUpdated"
+
+local function Load(path)
+    local configuration, agent = config.Load(path)
+    check(path, configuration, agent)
+    return configuration, agent
+end
+
+-- Faults of the configuration that end the service get a status of their own.
+local function AsServiceFault(failure)
+    if type(failure) == "table" and failure.status == 2 then failure.status = BAD_CONFIGURATION end
+    return failure
+end
+
+local function Require(reason, what)
+    if reason then fail(1, what, reason) end
+end
+
+local function OpenState(agent)
+    local directory = agent.stateDirectory
+    Require(service.TakeState(directory), directory)
+    Require(service.OpenSettings(directory .. "/settings.db"), "settings")
+    Require(service.OpenEvents(directory .. "/events.jsonl"), "events")
+end
+
+-- A line that a former service was writing when it was killed is ended, so that it costs no other.
+local function OpenLog(agent)
+    local log = SLB.ostrel.LogData(dom)
+    log:SetLogFilePath(agent.logDirectory)
+    log:SetLogFileName(agent.logName)
+    local path = log:GetLogFileFullPath()
+    Require(service.EndTornLine(path), path)
+    if not log:InitializeLogFile() then
+        fail(1, path, host.WhyUnwritable(agent.logDirectory, agent.logName) or "cannot be written")
+    end
+    if not service.CountLines(path) then fail(1, path, "cannot be read") end
+    return log
+end
+
+local function OpenSource(name, run)
+    local live = name:find("^nflog:") and run.agent.allow
+    local handle, reason = kdi.Open(name, {
+        allow = live and live[1] and table.concat(live, ",") or nil,
+        dryRun = run.dryRun,
+        receiveBuffer = run.agent.receiveBuffer,
+    })
+    if not handle then fail(1, name, reason) end
+    return handle
+end
+
+-- Blocks go to the first live source, or else to the first.
+local function OpenSources(run)
+    run.handles = {}
+    for i, name in ipairs(run.agent.sources) do
+        run.handles[i] = OpenSource(name, run)
+        if not run.blocker and name:find("^nflog:") then run.blocker = run.handles[i] end
+    end
+    run.blocker = run.blocker or run.handles[1]
+    run.log:SetKdi(run.blocker)
+    service.SetSources(run.handles)
+end
+
+-- A list that can't be read costs the blocks of before, not the service.
+local function RestoreBlocks(run)
+    run.keeper = blocks.Keeper(run.agent.stateDirectory .. "/blocks")
+    local list, reason = run.keeper.Load()
+    if not list then return say("blocks", "the kept list " .. reason) end
+    if not list[1] then return end
+    local restored, problem = run.blocker:Restore(list)
+    if not restored then return say("blocks", problem) end
+    say("blocks", ("%d of before are in force again"):format(#list))
+end
+
+local function SaveBlocks(run)
+    local reason = run.keeper.Save(run.blocker:Blocks())
+    if reason and reason ~= run.saveFault then say("blocks", "cannot be kept: " .. reason) end
+    run.saveFault = reason
+end
+
+-- What follows once a second, entries or not.
+local function Housekeeping(run)
+    loop.Maintain(run.log, run.configuration)
+    news.Tell(run)
+    SaveBlocks(run)
+    numbers.WriteFile(run)
+end
+
+-- Returns the new configuration, or raises; nothing has changed then.
+local function Reread(run)
+    local configuration, agent = Load(run.path)
+    config.Replace(run.agent, agent)
+    return configuration, agent
+end
+
+-- What was decided at the start stays until a restart.
+local FIXED = {"logDirectory", "logName", "stateDirectory", "receiveBuffer"}
+
+local function KeepFixed(former, agent)
+    for _, key in ipairs(FIXED) do
+        if agent[key] ~= former[key] then
+            say("agent." .. key, "a new value counts from the next start on")
+            agent[key] = former[key]
+        end
+    end
+    for _, key in ipairs {"sources", "allow"} do
+        if table.concat(agent[key] or {}, "\n") ~= table.concat(former[key] or {}, "\n") then
+            say("agent." .. key, "a new value counts from the next start on")
+        end
+        agent[key] = former[key]
+    end
+end
+
+-- The entries that come meanwhile wait in the kernel. Records that are held back stay so.
+local function Reload(run)
+    service.TellReloading()
+    news.Tell(run)
+    local read, configuration, agent = pcall(Reread, run)
+    if read then
+        KeepFixed(run.agent, agent)
+        run.configuration, run.agent = configuration, agent
+        dom:ConditionRaise(CONFIG_UPDATED)
+        config.Bring(run.log, configuration)
+        run.counts.reloads = run.counts.reloads + 1
+        say("configuration", "read anew")
+    else
+        run.counts.reloadFailures = run.counts.reloadFailures + 1
+        say("configuration", "the old one stays: " .. tostring(configuration))
+    end
+    service.TellReady(run.words)
+end
+
+local handlers = {}
+
+function handlers.second(run) Housekeeping(run) end
+
+function handlers.reload(run) Reload(run) end
+
+function handlers.request(run, request)
+    service.Answer(request.id, answers(run.face, request.line))
+end
+
+function handlers.ended() say("source", "a capture has come to its end") end
+
+function handlers.failed(run, reason)
+    run.failure = reason
+    return true
+end
+
+function handlers.stop() return true end
+
+local function Serve(run)
+    local finished
+    repeat
+        local logged, state, detail = loop.Feed(nil, service.Next, run.log, run.configuration)
+        run.counts.logged = run.counts.logged + logged
+        finished = handlers[state](run, detail)
+    until finished
+end
+
+local function Start(run)
+    Require(service.Drop(false), "privileges")
+    OpenState(run.agent)
+    config.Apply(run.agent)
+    run.log = OpenLog(run.agent)
+    config.Bring(run.log, run.configuration)
+    OpenSources(run)
+    RestoreBlocks(run)
+    Require(service.Listen(run.agent.stateDirectory .. "/control"), run.agent.stateDirectory .. "/control")
+    run.face = {
+        version = host.VERSION,
+        blocker = run.blocker,
+        Numbers = function() return numbers.Collect(run) end,
+        SaveBlocks = function() SaveBlocks(run) end,
+    }
+    run.words = "logging " .. table.concat(run.agent.sources, ", ")
+    say("ready", run.words)
+    service.TellReady(run.words)
+end
+
+-- Whatever ended the service: what is held back is written, and what is known is kept.
+local function Stop(run)
+    service.TellStopping()
+    dom:RequestExit()
+    local flushed = not run.log or run.log:FlushBufferedData(true)
+    run.nextFile = nil
+    if run.face then Housekeeping(run) end
+    if not flushed then fail(1, run.log:GetLogFileFullPath(), "records were lost") end
+end
+
+local function RunAll(run)
+    Start(run)
+    Serve(run)
+end
+
+-- An entry's strings die at once and little else lives, so the collector may wait until garbage is
+-- ten times what lives.
+local COLLECTOR_PAUSE = 1000
+
+local function Run(options)
+    collectgarbage("setpause", COLLECTOR_PAUSE)
+    local configuration, agent = Load(options.config)
+    local run = {
+        path = options.config,
+        dryRun = options.dryRun,
+        configuration = configuration,
+        agent = agent,
+        counts = {logged = 0, events = 0, logFailures = 0, findings = {}, reloads = 0, reloadFailures = 0},
+        began = service.Uptime(),
+    }
+    local ran, failure = xpcall(RunAll, function(what)
+        return type(what) == "table" and what or debug.traceback(what)
+    end, run)
+    Stop(run)
+    if not ran then error(failure, 0) end
+    if run.failure then fail(1, "source", run.failure) end
+    say("stopped", "what was held back is written")
+    return 0
+end
+
+local function Check(options)
+    local _, agent = Load(options.config)
+    config.Apply(agent)
+    print("the configuration is fine")
+    return 0
+end
+
+return function(options)
+    if options.check then return Check(options) end
+    local ran, status = pcall(Run, options)
+    if not ran then error(AsServiceFault(status), 0) end
+    return status
+end
