@@ -23,10 +23,18 @@ return {
         -- The log's name: neither dot nor slash, and no other log's name in the directory may begin
         -- with it. Rotated files are called velm_mpnp.1, velm_mpnp.2 and so on.
         logName = "velm_mpnp",
-        -- Where settings.db (settings and retrieval bookmarks) and events.jsonl (agent events) live.
+        -- Where settings.db (settings and retrieval bookmarks), events.jsonl (agent events), the list
+        -- of blocks and the control socket live. Belongs to one service at a time.
         stateDirectory = "/var/lib/velm_agent",
         -- Where log entries come from.
         sources = {"nflog:5"},
+        -- Addresses and networks that are never blocked, whatever they do. The host's own addresses
+        -- and loopback need not be named.
+        -- allow = {"192.0.2.0/24"},
+        -- Bytes of room in the kernel for entries that wait to be read. More survives longer bursts.
+        -- receiveBuffer = 8388608,
+        -- Numbers for the textfile collector of Prometheus' node exporter.
+        -- statisticsFile = "/var/lib/prometheus/node-exporter/velm.prom",
         -- The policy, an XML document with the root SecurityConfiguration.
         -- policyFile = "/etc/velm/policy.xml",
 

@@ -2,6 +2,7 @@
 
 import json
 import os
+import signal
 import socket
 import stat
 
@@ -166,6 +167,22 @@ class Control(service.ServiceTest):
         self.wait_for(lambda: "none/velm.prom: No such file" in self.messages())
         self.assertEqual(self.stop(process), 0)
         self.assertEqual(self.messages().count("none/velm.prom"), 1)
+
+    def test_entries_and_events_go_to_the_syslog_receiver(self):
+        receiver = socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM)
+        self.addCleanup(receiver.close)
+        receiver.bind(self.path("receiver"))
+        receiver.settimeout(service.PATIENCE)
+        process = self.start_blocking(agent='syslog = {target = "unix:%s"}' % self.path("receiver"))
+        self.wait_for(lambda: self.status()["syslog_sent_total"] == 4)
+        messages = [receiver.recv(65536).decode() for _ in range(4)]
+        packets = [text for text in messages if " packet - " in text]
+        self.assertEqual(sum("src=192.0.2.66 " in text for text in packets), 1, messages)
+        self.assertEqual(sum("XmasScan|192.0.2.66|" in text for text in messages), 1, messages)
+        self.assertEqual(self.status()["syslog_queue_length"], 0)
+        process.send_signal(signal.SIGHUP)
+        self.wait_for(lambda: self.status()["reloads_total"] == 1)
+        self.assertEqual(self.status()["syslog_sent_total"], 4)
 
     # What clients may send.
 

@@ -49,15 +49,11 @@ local AGENT_KEYS = {
     logDirectory = "string",
     logName = LogName,
     stateDirectory = "string",
-<<<<<<< HEAD
-    sources = "strings",
-    syslog = "table",
-=======
     sources = Sources,
+    syslog = "table",
     allow = "strings",
     statisticsFile = "string",
     receiveBuffer = "number",
->>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
     policyFile = "string",
     settings = Settings,
     trace = "strings",

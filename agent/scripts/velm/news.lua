@@ -14,9 +14,10 @@ local function Count(counts, number, text)
     counts.findings[kind] = (counts.findings[kind] or 0) + 1
 end
 
-local function TellEvents(counts)
+local function TellEvents(run)
     for _, told in ipairs(dom:TakeEvents()) do
-        Count(counts, told.number, told.text)
+        Count(run.counts, told.number, told.text)
+        run.outlet.Event(told.number, told.text)
         local form = event.IsFinding(told.number) and "finding %d" or "event %d"
         say(form:format(told.number), event.Words(told.text))
     end
@@ -27,7 +28,7 @@ end
 local function ForgetBlockRecords(handle) handle:TakeBlacklist() end
 
 function news.Tell(run)
-    TellEvents(run.counts)
+    TellEvents(run)
     for i, handle in ipairs(run.handles or {}) do
         ForgetBlockRecords(handle)
         for _, text in ipairs(handle:TakeMessages()) do say(run.agent.sources[i], text) end

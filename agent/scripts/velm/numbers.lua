@@ -23,7 +23,7 @@ local SOURCE_FIELDS = {
 }
 
 local function AddSources(values, handles)
-    for field, name in pairs(SOURCE_FIELDS) do values[name] = 0 end
+    for _, name in pairs(SOURCE_FIELDS) do values[name] = 0 end
     for _, handle in ipairs(handles) do
         local counts = handle:Statistics()
         for field, name in pairs(SOURCE_FIELDS) do values[name] = values[name] + counts[field] end
@@ -34,6 +34,12 @@ local function Findings(counts)
     local findings = {}
     for _, kind in ipairs(event.KINDS) do findings[kind] = counts.findings[kind] or 0 end
     return findings
+end
+
+local function AddSyslog(values, counts)
+    values.syslog_sent_total = counts.sent
+    values.syslog_dropped_total = counts.dropped
+    values.syslog_queue_length = counts.queued
 end
 
 function numbers.Collect(run)
@@ -53,6 +59,7 @@ function numbers.Collect(run)
         reload_failures_total = counts.reloadFailures,
     }
     AddSources(values, run.handles)
+    AddSyslog(values, run.outlet.Statistics())
     return values
 end
 

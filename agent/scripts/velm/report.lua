@@ -28,11 +28,7 @@ local function Print(line) text.file:write(line, "\n") end
 function text.message(words) print(words) end
 
 function text.finding(usec, number, words)
-<<<<<<< HEAD
-    Print(("%s finding %d: %s"):format(Clock(usec), number, Words(words)))
-=======
-    print(("%s finding %d: %s"):format(Clock(usec), number, event.Words(words)))
->>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
+    Print(("%s finding %d: %s"):format(Clock(usec), number, event.Words(words)))
 end
 
 function text.event(usec, number, words)
@@ -50,13 +46,8 @@ function text.summary(counts)
         if REMARKS[name] then line = ("%-22s (%s)"):format(line, REMARKS[name]) end
         Print(line)
     end
-<<<<<<< HEAD
-    for _, kind in ipairs(PROBES) do
-        if counts.kinds[kind] then Print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
-=======
     for _, kind in ipairs(event.KINDS) do
-        if counts.kinds[kind] then print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
->>>>>>> e8c2f5b (The service: velm_agent run, and status, blocks and unblock that talk to it)
+        if counts.kinds[kind] then Print(("  %-18s %d"):format(kind, counts.kinds[kind])) end
     end
     Print(("%-10s %s"):format("files", counts.files))
 end

@@ -10,6 +10,7 @@ local fail = require "velm.fail"
 local loop = require "velm.loop"
 local news = require "velm.news"
 local numbers = require "velm.numbers"
+local outlet = require "velm.outlet"
 local say = require "velm.say"
 require "ostrel"
 
@@ -135,6 +136,7 @@ local function Reload(run)
     if read then
         KeepFixed(run.agent, agent)
         run.configuration, run.agent = configuration, agent
+        run.outlet.Change(agent.syslog, configuration)
         dom:ConditionRaise(CONFIG_UPDATED)
         config.Bring(run.log, configuration)
         run.counts.reloads = run.counts.reloads + 1
@@ -168,7 +170,8 @@ function handlers.stop() return true end
 local function Serve(run)
     local finished
     repeat
-        local logged, state, detail = loop.Feed(nil, service.Next, run.log, run.configuration)
+        local logged, state, detail = loop.Feed(nil, service.Next, run.log, run.configuration,
+                                              run.outlet.exporter)
         run.counts.logged = run.counts.logged + logged
         finished = handlers[state](run, detail)
     until finished
@@ -180,6 +183,7 @@ local function Start(run)
     config.Apply(run.agent)
     run.log = OpenLog(run.agent)
     config.Bring(run.log, run.configuration)
+    run.outlet.Change(run.agent.syslog, run.configuration)
     OpenSources(run)
     RestoreBlocks(run)
     Require(service.Listen(run.agent.stateDirectory .. "/control"), run.agent.stateDirectory .. "/control")
@@ -201,6 +205,7 @@ local function Stop(run)
     local flushed = not run.log or run.log:FlushBufferedData(true)
     run.nextFile = nil
     if run.face then Housekeeping(run) end
+    run.outlet.Close()
     if not flushed then fail(1, run.log:GetLogFileFullPath(), "records were lost") end
 end
 
@@ -222,6 +227,7 @@ local function Run(options)
         configuration = configuration,
         agent = agent,
         counts = {logged = 0, events = 0, logFailures = 0, findings = {}, reloads = 0, reloadFailures = 0},
+        outlet = outlet.New(),
         began = service.Uptime(),
     }
     local ran, failure = xpcall(RunAll, function(what)
