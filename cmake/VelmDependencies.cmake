@@ -5,6 +5,8 @@ find_package(OpenSSL REQUIRED)
 pkg_check_modules(LUA REQUIRED IMPORTED_TARGET lua5.2)
 pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(PCAP REQUIRED IMPORTED_TARGET libpcap)
+pkg_check_modules(NETFILTER REQUIRED IMPORTED_TARGET
+    libmnl libnetfilter_log libnetfilter_conntrack libnftables)
 
 # wx-config knows the flags of the installed build; only the non-graphical libraries are asked for.
 find_program(WX_CONFIG wx-config REQUIRED)

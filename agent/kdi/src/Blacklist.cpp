@@ -19,6 +19,10 @@ unsigned int BlacklistRecords::Take(kdi_blacklist_s* records, unsigned int capac
     return static_cast<unsigned int>(count);
 }
 
+uint32_t RemainingMsec(int64_t until, int64_t now) {
+    return static_cast<uint32_t>(std::clamp<int64_t>((until - now + 999) / 1000, 0, UINT32_MAX));
+}
+
 void Blocks::Block(uint32_t address, int64_t until) {
     int64_t& end = *m_Until.Insert(AddressKey({address, 4})).first;
     end = std::max(end, until);
@@ -38,11 +42,8 @@ bool Blocks::Unblock(uint32_t address, int64_t now) {
 std::vector<kdi_block_s> Blocks::List(int64_t now) const {
     std::vector<kdi_block_s> list;
     m_Until.ForEach([&](const WordKey& key, int64_t until) {
-        // The last millisecond counts as a whole one.
-        const int64_t msec = (until - now + 999) / 1000;
-        if (until <= now) return;
-        list.push_back({static_cast<uint32_t>(key.word),
-                        static_cast<uint32_t>(std::min<int64_t>(msec, UINT32_MAX))});
+        if (until > now)
+            list.push_back({static_cast<uint32_t>(key.word), RemainingMsec(until, now)});
     });
     std::sort(list.begin(), list.end(), [](const kdi_block_s& a, const kdi_block_s& b) {
         return ntohl(a.ipv4_addr) < ntohl(b.ipv4_addr);
@@ -59,9 +60,13 @@ void Blocks::Expire(int64_t now) {
         m_Until.Erase(key);
 }
 
-bool Blocks::IsBlocked(uint32_t address, int64_t now) const {
+int64_t Blocks::Until(uint32_t address) const {
     const int64_t* until = m_Until.Find(AddressKey({address, 4}));
-    return until && now < *until;
+    return until ? *until : 0;
+}
+
+bool Blocks::IsBlocked(uint32_t address, int64_t now) const {
+    return now < Until(address);
 }
 
 }  // namespace Kdi

@@ -22,6 +22,9 @@ private:
     std::deque<kdi_blacklist_s> m_Records;
 };
 
+// What remains until then, the last millisecond as a whole one.
+uint32_t RemainingMsec(int64_t until, int64_t now);
+
 // IPv4 addresses that are blocked until a time. Times in microseconds of the owner's clock;
 // addresses in network byte order.
 class Blocks {
@@ -32,6 +35,9 @@ public:
     void Restore(const kdi_block_s* blocks, unsigned int count, int64_t now);
     bool IsBlocked(uint32_t address, int64_t now) const;
     bool Empty() const { return m_Until.Size() == 0; }
+    size_t Size() const { return m_Until.Size(); }  // with those that are over
+    // 0: never blocked, or forgotten.
+    int64_t Until(uint32_t address) const;
     // False if it is not blocked.
     bool Unblock(uint32_t address, int64_t now);
     // Those in force, in the order of their addresses.

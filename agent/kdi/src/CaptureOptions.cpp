@@ -55,12 +55,12 @@ bool NetworkList::ParseNetwork(const std::string& token, Network& network) {
     return true;
 }
 
-bool NetworkList::Parse(const std::string& text, std::string& error) {
+bool NetworkList::Parse(const std::string& text, const char* kind, std::string& error) {
     m_Tokens = SplitAtCommas(text);
     for (const std::string& token : m_Tokens) {
         Network network = {};
         if (!ParseNetwork(token, network)) {
-            error = "local address \"" + token + "\" is no address and no CIDR network";
+            error = std::string(kind) + " \"" + token + "\" is no address and no CIDR network";
             return false;
         }
         m_Networks.push_back(network);

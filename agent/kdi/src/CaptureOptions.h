@@ -10,8 +10,8 @@ namespace Kdi {
 // "CIDR[,CIDR...]" of both families; an address without a prefix length stands for itself.
 class NetworkList {
 public:
-    // False if a token is no network; `error` then names it.
-    bool Parse(const std::string& text, std::string& error);
+    // False if a token is no network; `error` then names it as a `kind`.
+    bool Parse(const std::string& text, const char* kind, std::string& error);
     // `bytes`: 4 or 16 in network byte order, by family.
     bool Contains(uint8_t family, const uint8_t* bytes) const;
     const std::vector<std::string>& Tokens() const { return m_Tokens; }

@@ -8,7 +8,8 @@
 namespace Kdi {
 
 bool CaptureSource::ParseOptions(const kdi_open_options_s& options) {
-    if (options.local && !m_Local.emplace().Parse(options.local, m_Error)) return false;
+    if (options.local && !m_Local.emplace().Parse(options.local, "local address", m_Error))
+        return false;
     return !options.allow || m_Allowed.emplace().Parse(options.allow, m_Error);
 }
 

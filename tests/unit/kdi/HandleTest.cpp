@@ -35,9 +35,17 @@ TEST_F(HandleTest, UnknownSourceIsNamed) {
               "cannot open source \"pcapng:x\": it is none of null, pcap:FILE, nflog:GROUP");
 }
 
-TEST_F(HandleTest, LiveSourceIsNotBuiltYet) {
-    EXPECT_EQ(OpenError("nflog:5"),
-              "cannot open source nflog:5: this build has no live source yet");
+TEST_F(HandleTest, LogGroupThatIsNoNumberOf16BitsIsNamed) {
+    for (const std::string group : {"", "x", "5x", "-1", " 5", "65536"}) {
+        EXPECT_EQ(OpenError("nflog:" + group), "cannot open source nflog:" + group + ": \"" +
+                                                   group + "\" is no group (0 to 65535)");
+    }
+}
+
+TEST_F(HandleTest, BadAllowListOfTheLiveSourceNamesItsToken) {
+    EXPECT_EQ(Handle("nflog:5", nullptr, "192.0.2.0/24,192.0.2.0/33").OpenError(),
+              "cannot open source nflog:5: allowed address \"192.0.2.0/33\" is no address and no "
+              "CIDR network");
 }
 
 TEST_F(HandleTest, ErrorTextIsCutToTheBuffer) {
