@@ -7,7 +7,14 @@ velm_unit_test(ssl_key_test
     ${dir}/RSAKeyTest.cpp
     LIBS ${SSL_TEST_LIBS})
 
-foreach(name ssl_key_test)
+velm_unit_test(ssl_service_test
+    ${dir}/PoolTest.cpp
+    ${dir}/ReaderTest.cpp
+    ${dir}/RequestTest.cpp
+    ${dir}/WorkerTest.cpp
+    LIBS ${SSL_TEST_LIBS})
+
+foreach(name ssl_key_test ssl_service_test)
     target_include_directories(${name} PRIVATE ${dir} ${CMAKE_CURRENT_LIST_DIR}/module)
     target_compile_definitions(${name} PRIVATE
         CREDENTIAL_FILES="${CMAKE_CURRENT_LIST_DIR}/../captures/tls")
