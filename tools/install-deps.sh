@@ -11,9 +11,10 @@ fuzz=(clang-14 libclang-rt-14-dev)
 format=(clang-format-14 clang-tidy-14)
 bench=(libbenchmark-dev python3 tcpdump)
 i386=(debootstrap)
+package=(file dpkg-dev gzip debootstrap)
 
 usage() {
-    echo "usage: $0 [--build] [--test] [--fuzz] [--format] [--bench] [--i386] [--all]"
+    echo "usage: $0 [--build] [--test] [--fuzz] [--format] [--bench] [--i386] [--package] [--all]"
     echo "Installs what the named jobs need; --build and --test without a name."
 }
 
@@ -27,7 +28,11 @@ for option; do
         --format) wanted+=("${format[@]}") ;;
         --bench) wanted+=("${bench[@]}") ;;
         --i386) wanted+=("${i386[@]}") ;;
-        --all) wanted+=("${build[@]}" "${test[@]}" "${fuzz[@]}" "${format[@]}" "${bench[@]}" "${i386[@]}") ;;
+        --package) wanted+=("${package[@]}") ;;
+        --all)
+            wanted+=("${build[@]}" "${test[@]}" "${fuzz[@]}" "${format[@]}" "${bench[@]}" "${i386[@]}"
+                     "${package[@]}")
+            ;;
         --help) usage; exit 0 ;;
         *) usage >&2; exit 2 ;;
     esac

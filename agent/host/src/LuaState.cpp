@@ -24,7 +24,7 @@ Folders FindFolders() {
     const fs::path folder = fs::read_symlink("/proc/self/exe").parent_path();
     if (fs::is_directory(folder / "scripts")) return {folder, folder / "scripts"};
     const fs::path prefix = folder.parent_path();
-    return {prefix / "lib/velm", prefix / "share/velm/scripts"};
+    return {prefix / VELM_INSTALL_LIBDIR, prefix / "share/velm/scripts"};
 }
 
 void SetSearchPaths(lua_State* L, const Folders& folders, const std::string& scriptFolder) {
