@@ -49,7 +49,7 @@ inline Descriptor CurrentNamespace() {
 }
 
 // Runs a shell command; a failure of it is the test's.
-inline void Run(const std::string& command) {
+inline void Shell(const std::string& command) {
     ASSERT_EQ(std::system(command.c_str()), 0) << command;
 }
 
@@ -84,7 +84,8 @@ protected:
         Wire();
     }
     void TearDown() override {
-        if (m_Outside.Get() >= 0) EXPECT_EQ(setns(m_Outside.Get(), CLONE_NEWNET), 0);
+        if (m_Outside.Get() < 0) return;
+        EXPECT_EQ(setns(m_Outside.Get(), CLONE_NEWNET), 0);
     }
 
     // What `work` does, and the sockets that it makes, are the peer's.
@@ -102,22 +103,24 @@ private:
     void Wire() {
         const std::string peer =
             "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(m_Peer.Get());
-        Run("ip link add wan address " + std::string(HOST_HW) +
-            " type veth peer name eth address " + PEER_HW + " netns " + peer);
-        Run("ip link set lo up && ip addr add 192.0.2.10/24 brd + dev wan && "
+        Shell("ip link add wan address " + std::string(HOST_HW) +
+              " type veth peer name eth address " + PEER_HW + " netns " + peer);
+        Shell(
+            "ip link set lo up && ip addr add 192.0.2.10/24 brd + dev wan && "
             "ip addr add 2001:db8:2::10/64 dev wan nodad && ip link set wan up");
         AtPeer([] {
-            Run("ip link set lo up && ip addr add 192.0.2.66/24 dev eth && "
+            Shell(
+                "ip link set lo up && ip addr add 192.0.2.66/24 dev eth && "
                 "ip addr add 192.0.2.67/24 dev eth && "
                 "ip addr add 2001:db8:2::66/64 dev eth nodad && ip link set eth up");
         });
         // Neighbours are known, so nothing waits for them and nothing is lost on the way.
-        Run(std::string("ip neigh replace 192.0.2.66 lladdr ") + PEER_HW + " dev wan && " +
-            "ip neigh replace 192.0.2.67 lladdr " + PEER_HW + " dev wan && " +
-            "ip neigh replace 2001:db8:2::66 lladdr " + PEER_HW + " dev wan");
+        Shell(std::string("ip neigh replace 192.0.2.66 lladdr ") + PEER_HW + " dev wan && " +
+              "ip neigh replace 192.0.2.67 lladdr " + PEER_HW + " dev wan && " +
+              "ip neigh replace 2001:db8:2::66 lladdr " + PEER_HW + " dev wan");
         AtPeer([] {
-            Run(std::string("ip neigh replace 192.0.2.10 lladdr ") + HOST_HW + " dev eth && " +
-                "ip neigh replace 2001:db8:2::10 lladdr " + HOST_HW + " dev eth");
+            Shell(std::string("ip neigh replace 192.0.2.10 lladdr ") + HOST_HW + " dev eth && " +
+                  "ip neigh replace 2001:db8:2::10 lladdr " + HOST_HW + " dev eth");
         });
     }
 
