@@ -29,6 +29,8 @@ PAIRS = (
     ("repeat, 1024 cached / 16 cached", "RepeatCached/1024", "RepeatCached/16", 1.5),
     ("eviction, 128 cached / system calls", "EvictOldest/128", "OpenWriteClose", 2.0),
     ("eviction, 1024 cached / system calls", "EvictOldest/1024", "OpenWriteClose", 2.0),
+    ("CEF message / snprintf chain", "SyslogCef", "SyslogCefSnprintf", 1.0),
+    ("plain message / snprintf chain", "SyslogPlain", "SyslogPlainSnprintf", 1.0),
 )
 
 

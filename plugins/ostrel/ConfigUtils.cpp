@@ -11,12 +11,45 @@ namespace {
 
 constexpr int kProbeTypes = 5;
 
+const FieldName kName = {"name"};
+const FieldName kFilterAction = {"filterAction"};
+const FieldName kSeverity = {"severity"};
+const FieldName kIdentifier = {"identifier"};
+const FieldName kIncoming = {"incoming"};
+const FieldName kHostID = {"hostID"};
+const FieldName kHostname = {"hostname"};
+const FieldName kId = {"id"};
+const FieldName kMac = {"mac"};
+const FieldName kItems = {"items"};
+const FieldName kSize = {"size"};
+const FieldName kKeep = {"keep"};
+const FieldName kCacheSize = {"cacheSize"};
+const FieldName kCacheLifetime = {"cacheLifetime"};
+const FieldName kCacheStaletime = {"cacheStaletime"};
+const FieldName kBlockAttackerSeconds = {"blockAttackerSeconds"};
+const FieldName kNotifyImmediately = {"notifyImmediately"};
+const FieldName kAgentConfiguration = {"agentConfiguration"};
+const FieldName kInterfaceMap = {"interfaceMap"};
+const FieldName kPacketFilterLog = {"packetFilterLog"};
+const FieldName kTrafficAnalysisConfiguration = {"trafficAnalysisConfiguration"};
+const FieldName kProbeConfigurationMap = {"probeConfigurationMap"};
+const FieldName kIgnoreIpList = {"ignoreIpList"};
+const FieldName kDestIpList = {"destIpList"};
+const FieldName kWhitelistIpList = {"whitelistIpList"};
+const FieldName kDriverInterfaceMap = {"driverInterfaceMap"};
+const FieldName kPacketFilterMap = {"packetFilterMap"};
+const FieldName kPayloadFilterMap = {"payloadFilterMap"};
+
+wxString FromUtf8(const ShortText& text) {
+    return wxString::FromUTF8(text.data(), text.size());
+}
+
 }  // namespace
 
 const wchar_t* const ConfigUtils::s_Trace = L"ostrel";
 
 // Pushes a field of the configuration table that must be a table itself.
-bool ConfigUtils::PushTopTable(const char* key, const wchar_t* failure) {
+bool ConfigUtils::PushTopTable(const FieldName& key, const wchar_t* failure) {
     m_Reader.Reserve();
     if (!m_Reader.IsTable(m_Index)) {
         OSTREL_TRACE(s_Trace, "Could not get config map");
@@ -29,66 +62,100 @@ bool ConfigUtils::PushTopTable(const char* key, const wchar_t* failure) {
 }
 
 // Pushes a map of filters and the filter with this ID.
-bool ConfigUtils::PushFilter(const char* map, const wchar_t* failure, int id) {
+bool ConfigUtils::PushFilter(const FieldName& map, const wchar_t* failure, int id) {
     if (!PushTopTable(map, failure)) return false;
     m_Reader.PushRawItem(-1, id);
     if (m_Reader.IsTable(-1)) return true;
-    OSTREL_TRACE(s_Trace, "Filter ID %d was not found in the %s", id, map);
+    OSTREL_TRACE(s_Trace, "Filter ID %d was not found in the %s", id, map.text);
     return false;
 }
 
 bool ConfigUtils::getPacketFilterInfo(int id, wxString& name, int& filterAction) {
-    if (!PushFilter("packetFilterMap", L"Could not get packetFilterMap", id)) return false;
-    name = m_Reader.TextField("name");
-    filterAction = m_Reader.IntegerField("filterAction");
+    ShortTextRoom room;
+    ShortText text = room.Make();
+    if (!getPacketFilterInfo(id, text, filterAction)) return false;
+    name = FromUtf8(text);
+    return true;
+}
+
+bool ConfigUtils::getPacketFilterInfo(int id, ShortText& name, int& filterAction) {
+    if (!PushFilter(kPacketFilterMap, L"Could not get packetFilterMap", id)) return false;
+    m_Reader.TextField(kName, name);
+    filterAction = m_Reader.IntegerField(kFilterAction);
     m_Reader.Pop(2);
     return true;
 }
 
 bool ConfigUtils::getPayloadFilterInfo(int id, wxString& name, bool& incoming, int& severity,
                                        wxString& identifier) {
-    if (!PushFilter("payloadFilterMap", L"Could not get payloadFilterMap", id)) return false;
-    name = m_Reader.TextField("name");
-    severity = m_Reader.IntegerField("severity");
-    identifier = m_Reader.TextField("identifier");
-    incoming = m_Reader.BooleanField("incoming");
+    ShortTextRoom room;
+    ShortText nameText = room.Make();
+    ShortText identifierText = room.Make();
+    if (!getPayloadFilterInfo(id, nameText, incoming, severity, identifierText)) return false;
+    name = FromUtf8(nameText);
+    identifier = FromUtf8(identifierText);
+    return true;
+}
+
+bool ConfigUtils::getPayloadFilterInfo(int id, ShortText& name, bool& incoming, int& severity,
+                                       ShortText& identifier) {
+    if (!PushFilter(kPayloadFilterMap, L"Could not get payloadFilterMap", id)) return false;
+    m_Reader.TextField(kName, name);
+    severity = m_Reader.IntegerField(kSeverity);
+    m_Reader.TextField(kIdentifier, identifier);
+    incoming = m_Reader.BooleanField(kIncoming);
     m_Reader.Pop(2);
     return true;
 }
 
 void ConfigUtils::getAgentConfigurationHostIdentity(wxString& hostname, int& hostId) {
-    if (!PushTopTable("agentConfiguration", L"Could not agentConfiguration map")) return;
-    hostId = m_Reader.IntegerField("hostID");
-    hostname = m_Reader.TextField("hostname");
+    if (!PushTopTable(kAgentConfiguration, L"Could not agentConfiguration map")) return;
+    hostId = m_Reader.IntegerField(kHostID);
+    hostname = m_Reader.TextField(kHostname);
     m_Reader.Pop(1);
 }
 
+int ConfigUtils::HostId() {
+    if (!PushTopTable(kAgentConfiguration, L"Could not agentConfiguration map")) return 0;
+    const int hostId = m_Reader.IntegerField(kHostID);
+    m_Reader.Pop(1);
+    return hostId;
+}
+
 // Pushes the map of interfaces and the one with this hardware address.
-bool ConfigUtils::PushInterface(const std::string& mac) {
-    if (!PushTopTable("interfaceMap", L"Could not get interface map")) return false;
-    m_Reader.PushField(-1, mac.c_str());
+bool ConfigUtils::PushInterface(const char* mac) {
+    if (!PushTopTable(kInterfaceMap, L"Could not get interface map")) return false;
+    m_Reader.PushField(-1, mac);
     if (m_Reader.IsTable(-1)) return true;
     OSTREL_TRACE(s_Trace, "Could not look up interface given mac %s", mac);
     return false;
 }
 
 bool ConfigUtils::getInterfaceName(const std::string& mac, wxString& name) {
+    ShortTextRoom room;
+    ShortText text = room.Make();
+    if (!getInterfaceName(mac.c_str(), text)) return false;
+    name = FromUtf8(text);
+    return true;
+}
+
+bool ConfigUtils::getInterfaceName(const char* mac, ShortText& name) {
     if (!PushInterface(mac)) return false;
-    name = m_Reader.TextField("name");
+    m_Reader.TextField(kName, name);
     m_Reader.Pop(2);
     return true;
 }
 
 bool ConfigUtils::getInterfaceConfigID(const std::string& mac, int& id) {
-    if (!PushInterface(mac)) return false;
-    id = m_Reader.NumberField("id");
+    if (!PushInterface(mac.c_str())) return false;
+    id = m_Reader.NumberField(kId);
     m_Reader.Pop(2);
     return true;
 }
 
 bool ConfigUtils::getInterfaceID(int driverIndex, int& id) {
     m_Reader.Reserve();
-    m_Reader.PushField(m_Index, "driverInterfaceMap");
+    m_Reader.PushField(m_Index, kDriverInterfaceMap);
     if (!m_Reader.IsTable(-1)) {
         OSTREL_TRACE(s_Trace, "Could not get driverInterfaceMap");
         return false;
@@ -96,8 +163,8 @@ bool ConfigUtils::getInterfaceID(int driverIndex, int& id) {
     lua_State* L = m_Reader.State();
     lua_pushnil(L);
     while (m_Reader.Next(-2)) {
-        if (m_Reader.IsTable(-1) && m_Reader.NumberField("id") == driverIndex) {
-            const std::string mac = m_Reader.BytesField("mac");
+        if (m_Reader.IsTable(-1) && m_Reader.NumberField(kId) == driverIndex) {
+            const std::string mac = m_Reader.BytesField(kMac);
             m_Reader.Pop(1);
             // The walk ends here: its key and the map stay on the stack.
             return getInterfaceConfigID(VelmCore::toHexString(mac, false).ToStdString(), id);
@@ -108,13 +175,13 @@ bool ConfigUtils::getInterfaceID(int driverIndex, int& id) {
 }
 
 // Reads an address list from a field of the table on top. Null if there is none or a token is bad.
-IpSpaceList* ConfigUtils::ReadIpList(const char* key) {
+IpSpaceList* ConfigUtils::ReadIpList(const FieldName& key) {
     m_Reader.PushField(-1, key);
     std::unique_ptr<IpSpaceList> list;
     if (m_Reader.IsTable(-1)) {
         list = std::make_unique<IpSpaceList>();
-        const wxString items = m_Reader.TextField("items");
-        const wxString name = m_Reader.TextField("name");
+        const wxString items = m_Reader.TextField(kItems);
+        const wxString name = m_Reader.TextField(kName);
         if (!ParseIpRange(items, name, L"ipList", *list)) list.reset();
     }
     m_Reader.Pop(1);
@@ -125,13 +192,13 @@ bool ConfigUtils::getAgentConfigurationPacketFilterLog(int& size, int& keep,
                                                        IpSpaceList*& ignoreIpList,
                                                        unsigned int& cacheSize, int& cacheLifetime,
                                                        int& cacheStaletime) {
-    if (!PushTopTable("packetFilterLog", L"Could not get packet filter log map")) return false;
-    size = m_Reader.IntegerField("size");
-    keep = m_Reader.IntegerField("keep");
-    cacheSize = static_cast<unsigned int>(m_Reader.IntegerField("cacheSize"));
-    cacheLifetime = m_Reader.IntegerField("cacheLifetime");
-    cacheStaletime = m_Reader.IntegerField("cacheStaletime");
-    ignoreIpList = ReadIpList("ignoreIpList");
+    if (!PushTopTable(kPacketFilterLog, L"Could not get packet filter log map")) return false;
+    size = m_Reader.IntegerField(kSize);
+    keep = m_Reader.IntegerField(kKeep);
+    cacheSize = static_cast<unsigned int>(m_Reader.IntegerField(kCacheSize));
+    cacheLifetime = m_Reader.IntegerField(kCacheLifetime);
+    cacheStaletime = m_Reader.IntegerField(kCacheStaletime);
+    ignoreIpList = ReadIpList(kIgnoreIpList);
     m_Reader.Pop(1);
     return true;
 }
@@ -144,15 +211,14 @@ bool ConfigUtils::getAgentConfigurationTrafficAnalysis(IpSpaceList*& destIpList,
     blockAttackerSeconds[0] = 0;
     enabled.reset();
     notifyImmediately.reset();
-    if (!PushTopTable("trafficAnalysisConfiguration",
+    if (!PushTopTable(kTrafficAnalysisConfiguration,
                       L"Could not get trafficAnalysisConfiguration map")) {
         return false;
     }
-    destIpList = ReadIpList("destIpList");
-    whitelistIpList = ReadIpList("whitelistIpList");
+    destIpList = ReadIpList(kDestIpList);
+    whitelistIpList = ReadIpList(kWhitelistIpList);
     m_Reader.Pop(1);
-    if (!PushTopTable("probeConfigurationMap", L"Could not get probeConfigurationMap"))
-        return false;
+    if (!PushTopTable(kProbeConfigurationMap, L"Could not get probeConfigurationMap")) return false;
     lua_State* L = m_Reader.State();
     lua_pushnil(L);
     while (m_Reader.Next(-2)) {
@@ -160,8 +226,8 @@ bool ConfigUtils::getAgentConfigurationTrafficAnalysis(IpSpaceList*& destIpList,
         if (m_Reader.IsTable(-1) && type < kProbeTypes) {
             const size_t bit = static_cast<size_t>(type);
             enabled.set(bit);  // throws for a negative type
-            blockAttackerSeconds[bit] = m_Reader.IntegerField("blockAttackerSeconds");
-            notifyImmediately.set(bit, m_Reader.BooleanField("notifyImmediately"));
+            blockAttackerSeconds[bit] = m_Reader.IntegerField(kBlockAttackerSeconds);
+            notifyImmediately.set(bit, m_Reader.BooleanField(kNotifyImmediately));
         }
         m_Reader.Pop(1);
     }

@@ -31,9 +31,17 @@ public:
                               wxString& identifier);
     // A failure shows only in the arguments being left alone.
     void getAgentConfigurationHostIdentity(wxString& hostname, int& hostId);
+    // The host's number by itself, 0 if it can't be read.
+    int HostId();
 
     // `mac` is the hardware address in hexadecimal text.
     bool getInterfaceName(const std::string& mac, wxString& name);
+    // The same into texts that need no heap as long as they are short.
+    bool getPacketFilterInfo(int id, ShortText& name, int& filterAction);
+    bool getPayloadFilterInfo(int id, ShortText& name, bool& incoming, int& severity,
+                              ShortText& identifier);
+    bool getInterfaceName(const char* mac, ShortText& name);
+
     bool getInterfaceConfigID(const std::string& mac, int& id);
     // The interface ID that is configured for the driver's interface index.
     bool getInterfaceID(int driverIndex, int& id);
@@ -68,10 +76,10 @@ public:
     static const wchar_t* const s_Trace;
 
 private:
-    bool PushTopTable(const char* key, const wchar_t* failure);
-    bool PushFilter(const char* map, const wchar_t* failure, int id);
-    bool PushInterface(const std::string& mac);
-    IpSpaceList* ReadIpList(const char* key);
+    bool PushTopTable(const FieldName& key, const wchar_t* failure);
+    bool PushFilter(const FieldName& map, const wchar_t* failure, int id);
+    bool PushInterface(const char* mac);
+    IpSpaceList* ReadIpList(const FieldName& key);
 
     TableReader m_Reader;
     int m_Index;

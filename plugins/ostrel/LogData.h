@@ -19,6 +19,7 @@
 #include "CacheSchedule.h"
 #include "FlowBin.h"
 #include "IpSpace.h"
+#include "ShortText.h"
 #include "kdi/log_entry.h"
 #include "policy/ProbeConfiguration.h"
 #include "velm/Syslogger.h"
@@ -217,17 +218,20 @@ private:
 
     struct SyslogMessage;
     void AppendPacketLog(SyslogMessage& message);
-    wxString PacketLogName(const SyslogMessage& message, int& filterAction);
+    void SetPacketLogName(const SyslogMessage& message, ShortText& name, int& filterAction);
     void AppendPayloadLog(SyslogMessage& message);
     void AppendPayloadItems(SyslogMessage& message);
-    void AppendCefStart(SyslogMessage& message, const wxString& identifier, const wxString& name,
+    void AppendCefStart(SyslogMessage& message, std::string_view identifier, std::string_view name,
                         int severity);
-    void AppendPlainStart(SyslogMessage& message, const wxString& name, std::string_view direction);
+    void AppendPlainStart(SyslogMessage& message, std::string_view name,
+                          std::string_view direction);
     void AppendHostIdentity(TextCursor& text);
     void AppendSyslogBody(SyslogMessage& message, bool incoming);
     void AppendInterfaceInfoCEF(SyslogMessage& message);
+    void SetInterfaceName(const SyslogMessage& message, ShortText& name);
     void AppendInterfaceInfoSyslog(SyslogMessage& message, bool incoming);
     void AppendNote(SyslogMessage& message);
+    void AppendTextNote(SyslogMessage& message, std::string_view note);
     void AppendPacketData(const SyslogMessage& message, std::string& out);
 
     bool IsOfInterest(const velm_log_entry_s& entry);

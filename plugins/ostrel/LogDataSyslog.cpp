@@ -4,12 +4,14 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cstdlib>
 #include <cstring>
 
 #include "ConfigUtils.h"
 #include "LogData.h"
 #include "RecordText.h"
+#include "ShortText.h"
 #include "SyslogText.h"
 #include "Trace.h"
 #include "WorkingRecord.h"
@@ -25,6 +27,11 @@ constexpr size_t kMaxName = 128;
 constexpr size_t kMaxAction = 32;
 constexpr size_t kMaxAddress = 24;
 constexpr size_t kMaxBinaryNote = 128;
+constexpr size_t kNoLimit = static_cast<size_t>(-1);
+// More than any text of a translation catalogue needs.
+constexpr size_t kMaxWords = 1024;
+// Hardware addresses up to this length are looked up without the heap: all that the record holds.
+constexpr size_t kMaxShortAddress = sizeof(velm_log_entry_s::log_if_addr);
 constexpr size_t kInterfaceAddressOffset = offsetof(velm_log_entry_s, log_if_addr);
 constexpr int kDefaultSeverity = 5;
 
@@ -46,27 +53,65 @@ int ActionOf(const velm_log_entry_s& entry) {
     return entry.log_action & ~LOG_ACTION_DETECT_ONLY;
 }
 
-wxString Underscored(wxString text) {
-    text.Replace(" ", "_");
-    return text;
+// What a %s of printf would show: the text up to a zero byte.
+std::string_view Shown(std::string_view text) {
+    return text.substr(0, text.find('\0'));
 }
 
-// Appends as printf would: up to a zero byte, and at most `most` bytes.
-void PutBounded(TextCursor& text, const char* value, size_t most = static_cast<size_t>(-1)) {
-    text.Put(std::string_view(value, strnlen(value, most)));
+// Blanks as underscores.
+void PutUnderscored(TextCursor& text, std::string_view value, size_t most) {
+    text.PutBy(
+        [value](char* out, size_t room) {
+            const size_t length = std::min(value.size(), room);
+            std::replace_copy(value.data(), value.data() + length, out, ' ', '_');
+            return length;
+        },
+        most);
 }
 
-void PutUtf8(TextCursor& text, const wxString& value, size_t most = static_cast<size_t>(-1)) {
-    PutBounded(text, value.utf8_str(), most);
+// Also one underscore for each character beyond ASCII; what continues it is left out.
+void PutUnderscoredAscii(TextCursor& text, std::string_view value, size_t most = kNoLimit) {
+    for (const char c : value) {
+        if ((c & 0xC0) == 0x80) continue;
+        if (most-- == 0) return;
+        text.Put(c == ' ' || (c & 0x80) != 0 ? '_' : c);
+    }
 }
 
-std::string HexText(const void* bytes, size_t length) {
-    const std::string raw(static_cast<const char*>(bytes), length);
-    return VelmCore::toHexString(raw, false).ToStdString();
+void PutCefPrefix(TextCursor& text, std::string_view value) {
+    text.PutBy([value](char* out, size_t room) {
+        return VelmCore::CSyslogger::EscapeCEFPrefix(value, out, room);
+    });
+}
+
+void PutCefExtension(TextCursor& text, std::string_view value, size_t most = kNoLimit) {
+    text.PutBy(
+        [value](char* out, size_t room) {
+            return VelmCore::CSyslogger::EscapeCEFExtension(value, out, room);
+        },
+        most);
 }
 
 void PutHardwareAddress(TextCursor& text, const uint8_t (&address)[6]) {
-    PutBounded(text, HexText(address, sizeof address).c_str(), kMaxAddress);
+    text.PutBy(
+        [&address](char* out, size_t room) {
+            return VelmCore::toHexText(address, sizeof address, out, room);
+        },
+        kMaxAddress);
+}
+
+void Append(ShortText& text, int number) {
+    char digits[16];
+    text.append(digits, std::to_chars(digits, digits + sizeof digits, number).ptr);
+}
+
+// The words that `append(TextCursor&, int)` has for the code.
+template <class Words>
+void Append(ShortText& text, Words append, int code) {
+    char words[kMaxWords];
+    TextCursor cursor(words, sizeof words);
+    append(cursor, code);
+    text.append(Shown(cursor.Text()));
 }
 
 int CefSeverity(int filterSeverity) {
@@ -101,6 +146,7 @@ struct LogData::SyslogMessage {
     const int format;
     const bool cef;
     TextCursor body;
+    ShortTextRoom texts;
 
     std::string_view Key(std::string_view plain, std::string_view extension) const {
         return cef ? extension : plain;
@@ -134,22 +180,26 @@ bool LogData::SyslogFormat(const void* entry, std::string& out) {
 void LogData::AppendPacketLog(SyslogMessage& message) {
     const velm_log_entry_s& entry = message.entry;
     int filterAction = CPacketFilter::FilterActionDeny;
-    const wxString name = PacketLogName(message, filterAction);
+    ShortText name = message.texts.Make();
+    SetPacketLogName(message, name, filterAction);
     if (message.cef) {
         const CefClass cefClass = PacketCefClass(entry, filterAction);
-        AppendCefStart(message, VelmCore::toString(cefClass.number), name, cefClass.severity);
+        ShortText identifier = message.texts.Make();
+        Append(identifier, cefClass.number);
+        AppendCefStart(message, identifier, name, cefClass.severity);
     } else {
         AppendPlainStart(message, name, {});
     }
     if (message.format != kFormatNoAction) {
-        wxString action = IsDetectOnly(entry) ? "IDS:" : "";
-        action += CPacketFilter::FilterActionToString(
-            static_cast<CPacketFilter::_FilterAction>(filterAction));
+        ShortText action = message.texts.Make();
+        if (IsDetectOnly(entry)) action = "IDS:";
+        Append(action, CPacketFilter::AppendFilterAction, filterAction);
         AppendItem(message.body, "act", {});
-        PutUtf8(message.body,
-                message.format == kFormatUpperCase ? Underscored(action)
-                                                   : m_Syslogger.EscapeCEFExtension(action),
-                kMaxAction);
+        if (message.format == kFormatUpperCase) {
+            PutUnderscored(message.body, action, kMaxAction);
+        } else {
+            PutCefExtension(message.body, action, kMaxAction);
+        }
     }
     AppendSyslogBody(message, !Has(entry, LOG_FLAG_OUTGOING));
 }
@@ -157,45 +207,42 @@ void LogData::AppendPacketLog(SyslogMessage& message) {
 // The name of a packet log, and the action that it shows. A filter's configured name never reaches
 // the message: its number stands in its place, and nothing at all for a filter that is not
 // configured.
-wxString LogData::PacketLogName(const SyslogMessage& message, int& filterAction) {
+void LogData::SetPacketLogName(const SyslogMessage& message, ShortText& name, int& filterAction) {
     const velm_log_entry_s& entry = message.entry;
-    wxString name;
     if (entry.log_filter_id != 0) {
         const int id = static_cast<int>(entry.log_filter_id);
-        if (m_pConfigUtils->getPacketFilterInfo(id, name, filterAction)) {
-            name = VelmCore::toString(id);
-        }
-        if (!message.cef) name = "PKT:" + name;
+        const bool isConfigured = m_pConfigUtils->getPacketFilterInfo(id, name, filterAction);
+        name = message.cef ? "" : "PKT:";
+        if (isConfigured) Append(name, id);
     } else if (entry.log_reason != 0) {
-        name = CPacketFilter::LogStatusToString(entry.log_reason);
+        Append(name, CPacketFilter::AppendLogStatus, entry.log_reason);
     }
     if (entry.log_action != 0) {
         filterAction = ActionOf(entry) == LOG_ACTION_DENY ? CPacketFilter::FilterActionDeny
                                                           : CPacketFilter::FilterActionLog;
     }
-    return name;
 }
 
 void LogData::AppendPayloadLog(SyslogMessage& message) {
     const velm_log_entry_s& entry = message.entry;
-    wxString name;
-    wxString identifier;
+    ShortText name = message.texts.Make();
+    ShortText identifier = message.texts.Make();
     bool incoming = true;
     int filterSeverity = 0;
     if (entry.log_filter_id == 0) {
-        name = CPayloadFilter::LogStatusToString(entry.log_reason);
+        Append(name, CPayloadFilter::AppendLogStatus, entry.log_reason);
     } else {
         const int id = static_cast<int>(entry.log_filter_id);
         if (!m_pConfigUtils->getPayloadFilterInfo(id, name, incoming, filterSeverity, identifier)) {
-            name = VelmCore::toString(id);
+            Append(name, id);
         }
-        if (!message.cef) name = "PLD:" + name;
+        if (!message.cef) name.insert(0, "PLD:");
     }
     if (!message.cef) {
         AppendPlainStart(message, name, Has(entry, LOG_FLAG_FORWARD) ? " FWD" : " REV");
     } else if (entry.log_filter_id == 0) {
-        AppendCefStart(message, VelmCore::toString(std::abs(int{entry.log_reason})), name,
-                       kDefaultSeverity);
+        Append(identifier, std::abs(int{entry.log_reason}));
+        AppendCefStart(message, identifier, name, kDefaultSeverity);
     } else {
         if (identifier.empty()) identifier = "10";
         AppendCefStart(message, identifier, name, CefSeverity(filterSeverity));
@@ -205,14 +252,14 @@ void LogData::AppendPayloadLog(SyslogMessage& message) {
     AppendPayloadItems(message);
 }
 
-void LogData::AppendCefStart(SyslogMessage& message, const wxString& identifier,
-                             const wxString& name, int severity) {
+void LogData::AppendCefStart(SyslogMessage& message, std::string_view identifier,
+                             std::string_view name, int severity) {
     const unsigned int size = static_cast<unsigned int>(message.body.Size());
     m_Syslogger.AppendHeaderCEF(message.body.Terminate(), size);
     message.body.Resume();
-    PutUtf8(message.body, m_Syslogger.EscapeCEFPrefix(identifier));
+    PutCefPrefix(message.body, Shown(identifier));
     message.body.Put('|');
-    PutUtf8(message.body, m_Syslogger.EscapeCEFPrefix(name));
+    PutCefPrefix(message.body, Shown(name));
     message.body.Put('|');
     message.body.PutNumber(severity);
     message.body.Put('|');
@@ -220,10 +267,10 @@ void LogData::AppendCefStart(SyslogMessage& message, const wxString& identifier,
     message.body.Resume();
 }
 
-void LogData::AppendPlainStart(SyslogMessage& message, const wxString& name,
+void LogData::AppendPlainStart(SyslogMessage& message, std::string_view name,
                                std::string_view direction) {
     message.body.Put("REASON=");
-    PutBounded(message.body, Underscored(name).ToAscii(), kMaxName);
+    PutUnderscoredAscii(message.body, Shown(name), kMaxName);
     message.body.Put(direction);
     AppendHostIdentity(message.body);
 }
@@ -233,10 +280,7 @@ void LogData::AppendHostIdentity(TextCursor& text) {
         OSTREL_TRACE(s_Trace, "Cannot append host identify ConfigUtils is NULL");
         return;
     }
-    wxString hostname;
-    int hostId = 0;
-    m_pConfigUtils->getAgentConfigurationHostIdentity(hostname, hostId);
-    AppendNumberItem(text, "HOSTID", hostId);
+    AppendNumberItem(text, "HOSTID", m_pConfigUtils->HostId());
 }
 
 // What both kinds of log have in common.
@@ -271,18 +315,29 @@ void LogData::AppendInterfaceInfoCEF(SyslogMessage& message) {
     AppendFrameType(message.body, message.entry);
 }
 
+// The interface's hardware address, of the length that the entry claims; it only serves to find the
+// name.
+void LogData::SetInterfaceName(const SyslogMessage& message, ShortText& name) {
+    const size_t length = message.entry.log_if_addr_len;
+    if (length <= kMaxShortAddress) {
+        char address[3 * kMaxShortAddress + 1];
+        address[VelmCore::toHexText(message.entry.log_if_addr, length, address,
+                                    sizeof address - 1)] = '\0';
+        m_pConfigUtils->getInterfaceName(address, name);
+        return;
+    }
+    const std::string bytes = message.record.BytesAt(kInterfaceAddressOffset, length);
+    m_pConfigUtils->getInterfaceName(VelmCore::toHexString(bytes, false).utf8_str().data(), name);
+}
+
 void LogData::AppendInterfaceInfoSyslog(SyslogMessage& message, bool incoming) {
     const velm_log_entry_s& entry = message.entry;
-    // The length is taken as it stands; it only serves to find a name.
-    const std::string address =
-        message.record.BytesAt(kInterfaceAddressOffset, entry.log_if_addr_len);
-    wxString name;
-    m_pConfigUtils->getInterfaceName(VelmCore::toHexString(address, false).ToStdString(), name);
-    const wxCharBuffer shown = Underscored(name).ToAscii();
+    ShortText name = message.texts.Make();
+    SetInterfaceName(message, name);
     AppendItem(message.body, "IN", {});
-    if (incoming) PutBounded(message.body, shown);
+    if (incoming) PutUnderscoredAscii(message.body, Shown(name));
     AppendItem(message.body, "OUT", {});
-    if (!incoming) PutBounded(message.body, shown);
+    if (!incoming) PutUnderscoredAscii(message.body, Shown(name));
 
     AppendItem(message.body, "MAC", {});
     PutHardwareAddress(message.body, entry.log_eth.eth_dest);
@@ -305,7 +360,7 @@ void LogData::AppendPayloadItems(SyslogMessage& message) {
         AppendLabel(message.format, message.body, extension, label);
     };
     AppendItem(message.body, "act", IsDetectOnly(entry) ? "IDS:" : "");
-    PutUtf8(message.body, CPayloadFilter::LogActionToString(ActionOf(entry)));
+    CPayloadFilter::AppendLogAction(message.body, ActionOf(entry));
     if (entry.log_reason < -1) append("STATUS", "cn2", int{entry.log_reason}, "DPI Reason");
     append("POS", "cn3", unsigned{entry.log_packet_pos}, "DPI Packet Position");
     append("SPOS", "cs5", uint32_t{entry.log_stream_pos}, "DPI Stream Position");
@@ -317,29 +372,51 @@ void LogData::AppendPayloadItems(SyslogMessage& message) {
 void LogData::AppendNote(SyslogMessage& message) {
     const uint8_t* note = message.entry.log_note;
     const size_t length = NoteLength(message.entry);
-    const std::string bytes(reinterpret_cast<const char*>(note), length);
-    const bool isText = std::all_of(note, note + length, [](int c) { return isprint(c) != 0; });
-    wxString value = isText ? wxString::FromUTF8(bytes.data(), bytes.size())
-                            : VelmCore::toBase64String(bytes, false);
-    if (message.cef) {
-        value = m_Syslogger.EscapeCEFExtension(value);
-    } else if (isText) {
-        value = Underscored(value);
-    }
     AppendItem(message.body, message.Key("NOTE", "cs1"), {});
-    PutUtf8(message.body, value, isText ? static_cast<size_t>(-1) : kMaxBinaryNote);
+    if (std::all_of(note, note + length, [](int c) { return isprint(c) != 0; })) {
+        AppendTextNote(message, std::string_view(reinterpret_cast<const char*>(note), length));
+    } else {
+        char digits[4 * ((sizeof message.entry.log_note + 2) / 3)];
+        const size_t count = VelmCore::toBase64Text(note, length, digits, sizeof digits);
+        const std::string_view value(digits, count);
+        if (message.cef) {
+            PutCefExtension(message.body, value, kMaxBinaryNote);
+        } else {
+            message.body.Put(value);
+        }
+    }
     AppendLabel(message.format, message.body, "cs1", "DPI Note");
+}
+
+// What isprint takes for text in some other locale need not be UTF-8, and is nothing then.
+void LogData::AppendTextNote(SyslogMessage& message, std::string_view note) {
+    if (!VelmCore::IsUtf8(note)) return;
+    if (message.cef) {
+        PutCefExtension(message.body, note);
+    } else {
+        PutUnderscored(message.body, note, kNoLimit);
+    }
 }
 
 // Goes behind the bounded text, and so is never cut.
 void LogData::AppendPacketData(const SyslogMessage& message, std::string& out) {
     const velm_log_entry_s& entry = message.entry;
     if (!(entry.log_dpi_flags & LOG_DPI_PACKET_DATA) || entry.log_packet_data_len == 0) return;
-    const std::string data =
-        message.record.BytesAt(WorkingRecord::kFixedSize, entry.log_packet_data_len);
-    const wxString text = VelmCore::toBase64String(data, false);
-    out += " ZelloraPacketData=";
-    out += m_Syslogger.EscapeCEFExtension(text).utf8_str();
+    constexpr std::string_view kKey = " ZelloraPacketData=";
+    const size_t length = std::min<size_t>(entry.log_packet_data_len, WorkingRecord::kPacketRoom);
+    // The last digits may be two equals signs, which are escaped.
+    out.reserve(out.size() + kKey.size() + (length + 2) / 3 * 4 + 2);
+    out += kKey;
+    constexpr size_t kStep = 3 * 64;
+    for (size_t done = 0; done < length; done += kStep) {
+        char digits[kStep / 3 * 4];
+        char escaped[2 * sizeof digits];
+        const size_t count =
+            VelmCore::toBase64Text(message.record.PacketData() + done,
+                                   std::min(kStep, length - done), digits, sizeof digits);
+        out.append(escaped, VelmCore::CSyslogger::EscapeCEFExtension(
+                                std::string_view(digits, count), escaped, sizeof escaped));
+    }
 }
 
 }  // namespace OSTREL

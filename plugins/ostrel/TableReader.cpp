@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "ScriptGuard.h"
+#include "velm/Text.h"
 
 namespace OSTREL {
 
@@ -19,6 +20,15 @@ constexpr int kWorkingSlots = 16;
 
 int GetField(lua_State* L) {
     lua_getfield(L, 1, static_cast<const char*>(lua_touserdata(L, 2)));
+    return 1;
+}
+
+// Gives the name's string, and keeps it in the registry.
+int KeepName(lua_State* L) {
+    const auto* name = static_cast<const FieldName*>(lua_touserdata(L, 1));
+    lua_pushstring(L, name->text);
+    lua_pushvalue(L, -1);
+    lua_rawsetp(L, LUA_REGISTRYINDEX, name);
     return 1;
 }
 
@@ -50,6 +60,31 @@ void TableReader::PushField(int index, const char* key) {
     if (lua_pcall(m_L, 2, 1, 0) != LUA_OK) throw ScriptError();
 }
 
+// Without a metatable there is nothing that could raise: the string of the name exists.
+void TableReader::PushField(int index, const FieldName& name) {
+    if (!IsPlainTable(index)) return PushField(index, name.text);
+    const int table = lua_absindex(m_L, index);
+    PushName(name);
+    lua_rawget(m_L, table);
+}
+
+bool TableReader::IsPlainTable(int index) {
+    if (lua_type(m_L, index) != LUA_TTABLE) return false;
+    if (lua_getmetatable(m_L, index) == 0) return true;
+    Pop(1);
+    return false;
+}
+
+void TableReader::PushName(const FieldName& name) {
+    lua_rawgetp(m_L, LUA_REGISTRYINDEX, &name);
+    if (lua_type(m_L, -1) == LUA_TSTRING) return;
+    Pop(1);
+    lua_pushcfunction(m_L, KeepName);
+    // Lua only hands the pointer back.
+    lua_pushlightuserdata(m_L, const_cast<FieldName*>(&name));
+    if (lua_pcall(m_L, 1, 1, 0) != LUA_OK) throw ScriptError();
+}
+
 // The walk raises if a metamethod that ran in between has taken the key out of the table.
 bool TableReader::Next(int table) {
     table = lua_absindex(m_L, table);
@@ -62,48 +97,67 @@ bool TableReader::Next(int table) {
     return lua_gettop(m_L) > key;
 }
 
-int TableReader::IntegerField(const char* key) {
-    PushField(-1, key);
+int TableReader::IntegerField(const FieldName& name) {
+    PushField(-1, name);
     // The low 32 bits, as an integer of Lua 5.2 is taken everywhere.
     const int value = static_cast<int>(static_cast<uint32_t>(lua_tointegerx(m_L, -1, nullptr)));
     Pop(1);
     return value;
 }
 
-int TableReader::NumberField(const char* key) {
-    PushField(-1, key);
+int TableReader::NumberField(const FieldName& name) {
+    PushField(-1, name);
     const int value = Truncate(lua_tonumberx(m_L, -1, nullptr));
     Pop(1);
     return value;
 }
 
-bool TableReader::BooleanField(const char* key) {
-    PushField(-1, key);
+bool TableReader::BooleanField(const FieldName& name) {
+    PushField(-1, name);
     const bool value = lua_toboolean(m_L, -1) != 0;
     Pop(1);
     return value;
 }
 
-std::string TableReader::BytesField(const char* key) {
-    PushField(-1, key);
-    std::string bytes;
+// The bytes of the string or number on top, good until it is popped.
+std::string_view TableReader::TopBytes(Digits& digits) {
     if (lua_type(m_L, -1) == LUA_TSTRING) {
         size_t length = 0;
         const char* data = lua_tolstring(m_L, -1, &length);
-        bytes.assign(data, length);
-    } else if (lua_type(m_L, -1) == LUA_TNUMBER) {
-        // Converted here: Lua's own conversion makes a string and may raise.
-        char digits[64];
-        const int length = snprintf(digits, sizeof digits, LUA_NUMBER_FMT, lua_tonumber(m_L, -1));
-        bytes.assign(digits, static_cast<size_t>(length));
+        return std::string_view(data, length);
     }
+    if (lua_type(m_L, -1) != LUA_TNUMBER) return {};
+    // Converted here: Lua's own conversion makes a string and may raise.
+    const int length =
+        snprintf(digits.text, sizeof digits.text, LUA_NUMBER_FMT, lua_tonumber(m_L, -1));
+    return std::string_view(digits.text, static_cast<size_t>(length));
+}
+
+std::string TableReader::BytesField(const FieldName& name) {
+    PushField(-1, name);
+    Digits digits;
+    const std::string bytes(TopBytes(digits));
     Pop(1);
     return bytes;
 }
 
-wxString TableReader::TextField(const char* key) {
-    const std::string bytes = BytesField(key);
+wxString TableReader::TextField(const FieldName& name) {
+    const std::string bytes = BytesField(name);
     return wxString::FromUTF8(bytes.data(), bytes.size());
+}
+
+// What is no UTF-8 by the standard may still be some to wx, and then reads as wx reads it.
+void TableReader::TextField(const FieldName& name, ShortText& text) {
+    PushField(-1, name);
+    Digits digits;
+    const std::string_view bytes = TopBytes(digits);
+    if (VelmCore::IsUtf8(bytes)) {
+        text.assign(bytes);
+    } else {
+        const wxScopedCharBuffer read = wxString::FromUTF8(bytes.data(), bytes.size()).utf8_str();
+        text.assign(read.data(), read.length());
+    }
+    Pop(1);
 }
 
 }  // namespace OSTREL

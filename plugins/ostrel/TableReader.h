@@ -1,11 +1,20 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <wx/string.h>
 #include <lua.hpp>
 
+#include "ShortText.h"
+
 namespace OSTREL {
+
+// The name of a field that is read often. Its address is its key in Lua's registry, so it lives as
+// long as the process.
+struct FieldName {
+    const char* text;
+};
 
 // Reads Lua tables where objects with destructors are alive: whatever Lua raises (a metamethod,
 // memory) is thrown as ScriptError. Used on the thread of the script call only.
@@ -21,6 +30,7 @@ public:
     bool IsTable(int index) const { return lua_type(m_L, index) == LUA_TTABLE; }
     // Pushes the field of the value at `index`, with metamethods.
     void PushField(int index, const char* key);
+    void PushField(int index, const FieldName& name);
     void PushRawItem(int index, int key) { lua_rawgeti(m_L, index, key); }
     // Replaces the key on top by the table's next key and value; with none left, pops it and
     // returns false.
@@ -29,15 +39,24 @@ public:
 
     // Each pushes a field of the table on top, reads it and pops it. A missing field reads as 0,
     // empty or false.
-    int IntegerField(const char* key);
-    int NumberField(const char* key);  // truncated; for values that are no integers
-    bool BooleanField(const char* key);
-    std::string BytesField(const char* key);
-    wxString TextField(const char* key);  // UTF-8; anything else reads as empty
+    int IntegerField(const FieldName& name);
+    int NumberField(const FieldName& name);  // truncated; for values that are no integers
+    bool BooleanField(const FieldName& name);
+    std::string BytesField(const FieldName& name);
+    // UTF-8; anything else reads as empty.
+    wxString TextField(const FieldName& name);
+    void TextField(const FieldName& name, ShortText& text);
 
     lua_State* State() const { return m_L; }
 
 private:
+    struct Digits {
+        char text[64];
+    };
+    bool IsPlainTable(int index);
+    void PushName(const FieldName& name);
+    std::string_view TopBytes(Digits& digits);
+
     lua_State* m_L;
     int m_Base;
 };

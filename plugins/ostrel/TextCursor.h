@@ -50,6 +50,13 @@ public:
         Put(kHexDigits[byte & 0x0F]);
     }
 
+    // Appends what `write(char* out, size_t room)` writes, at most `most` bytes; it returns how
+    // many.
+    template <class Writer>
+    void PutBy(Writer write, size_t most = static_cast<size_t>(-1)) {
+        m_Position += write(m_Position, most < Room() ? most : Room());
+    }
+
     // The text for others to read, or to append to; behind that, Resume goes on where they ended.
     char* Terminate() {
         *m_Position = '\0';

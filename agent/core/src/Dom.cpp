@@ -98,6 +98,10 @@ void CDom::SetText(const std::string& key, const std::string& value) {
     m_State->settings.Set(key, value);
 }
 
+uint64_t CDom::SettingsGeneration() const {
+    return m_State->settings.Generation();
+}
+
 bool CDom::ConfigGetXml(const std::string& path, XMLObject& object) const {
     return m_State->policy.Read(path, object);
 }

@@ -15,6 +15,11 @@ constexpr std::chrono::milliseconds BATCH_TIME(500);
 
 }  // namespace
 
+uint64_t Settings::NextGeneration() {
+    static std::atomic<uint64_t> s_Last{0};
+    return ++s_Last;
+}
+
 Settings::~Settings() {
     {
         std::lock_guard<std::mutex> lock(m_Mutex);
@@ -31,6 +36,7 @@ wxString Settings::Open(const wxString& path) {
     const wxString reason = m_File.Open(path, stored);
     if (!reason.empty()) return reason;
     m_Values.insert(stored.begin(), stored.end());
+    m_Generation.store(NextGeneration(), std::memory_order_release);
     m_Writer = std::thread(&Settings::Run, this);
     return wxString();
 }
@@ -48,6 +54,7 @@ void Settings::Set(const std::string& key, const std::string& value) {
     const auto [place, isNew] = m_Values.try_emplace(key, value);
     if (!isNew && place->second == value) return;
     place->second = value;
+    m_Generation.store(NextGeneration(), std::memory_order_release);
     if (m_Pending.empty()) m_Wake.notify_all();
     m_Pending[key] = value;
     ++m_Changes;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <mutex>
@@ -29,11 +30,15 @@ public:
     // Blocks until all that was set before is durable. False if writing failed. True without a
     // file.
     bool Flush();
+    // Another number after each change, and in each object: as long as it is the same, so are the
+    // values.
+    uint64_t Generation() const { return m_Generation.load(std::memory_order_acquire); }
 
 private:
     void Run();
     void WriteBatchLocked(std::unique_lock<std::mutex>& lock);
     void Report(const wxString& reason);
+    static uint64_t NextGeneration();
 
     mutable std::mutex m_Mutex;
     std::condition_variable m_Wake;   // for the writer
@@ -43,6 +48,8 @@ private:
     // The writer's, once it runs.
     SettingsFile m_File;
     bool m_Failing = false;  // the last batch failed
+
+    std::atomic<uint64_t> m_Generation{NextGeneration()};
 
     // Guarded by m_Mutex.
     SettingValues m_Values;

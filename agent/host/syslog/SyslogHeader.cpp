@@ -5,6 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
+#include "velm/Text.h"
+
 namespace {
 
 constexpr const char* kApplication = "velm_agent";
@@ -23,29 +25,6 @@ std::string HostField(const std::string& host) {
         if (c > ' ' && c < 0x7F && field.size() < kMaxHost) field += c;
     }
     return field.empty() ? "-" : field;
-}
-
-bool IsContinuation(std::string_view text, size_t at) {
-    return at < text.size() && (static_cast<unsigned char>(text[at]) & 0xC0) == 0x80;
-}
-
-// The length of the UTF-8 character at `at`, 0 if there is none: cut short, too long for its value,
-// a surrogate, or beyond the last code point.
-size_t CharacterLength(std::string_view text, size_t at) {
-    const unsigned int lead = static_cast<unsigned char>(text[at]);
-    const unsigned int next = at + 1 < text.size() ? static_cast<unsigned char>(text[at + 1]) : 0u;
-    if (lead < 0x80) return 1;
-    size_t length = 0;
-    if (lead >= 0xC2 && lead <= 0xDF) length = 2;
-    if (lead >= 0xE0 && lead <= 0xEF) length = 3;
-    if (lead >= 0xF0 && lead <= 0xF4) length = 4;
-    const bool isBad = (lead == 0xE0 && next < 0xA0) || (lead == 0xED && next > 0x9F) ||
-                       (lead == 0xF0 && next < 0x90) || (lead == 0xF4 && next > 0x8F);
-    if (isBad) return 0;
-    for (size_t i = 1; i < length; ++i) {
-        if (!IsContinuation(text, at + i)) return 0;
-    }
-    return length;
 }
 
 bool IsPlain(char c) {
@@ -71,7 +50,7 @@ void AppendClean(std::string& out, std::string_view text) {
             ++at;
         out.append(text.substr(begin, at - begin));
         if (at == text.size()) return;
-        const size_t length = CharacterLength(text, at);
+        const size_t length = VelmCore::Utf8Length(text, at);
         if (length > 1) {
             out.append(text.substr(at, length));
         } else {

@@ -9,6 +9,8 @@
 
 namespace OSTREL {
 
+class TextCursor;
+
 // The header bits that a packet filter looks at.
 class CPacketFilterFlags : public VelmCore::XMLObject {
 public:
@@ -49,6 +51,9 @@ public:
     // Words of log entries. Pure; any thread.
     static wxString FilterActionToString(_FilterAction action);
     static wxString LogStatusToString(int status);
+    // The same words at the end of a text.
+    static void AppendFilterAction(TextCursor& out, int action);
+    static void AppendLogStatus(TextCursor& out, int status);
 
     bool m_DisableLog = false;
     int m_FilterAction = FilterActionLog;  // a _FilterAction; null until it is set or read

@@ -75,4 +75,23 @@ wxString CPacketFilter::LogStatusToString(int status) {
     return text ? Translate(text) : wxString::Format("%#x", static_cast<unsigned int>(status));
 }
 
+void CPacketFilter::AppendFilterAction(TextCursor& out, int action) {
+    const char* text = FindText(FILTER_ACTIONS, action);
+    if (text) {
+        AppendTranslated(out, text);
+    } else {
+        out.PutNumber(action);
+    }
+}
+
+void CPacketFilter::AppendLogStatus(TextCursor& out, int status) {
+    const char* text = FindText(PACKET_STATUSES, status);
+    if (text) {
+        AppendTranslated(out, text);
+    } else {
+        if (status != 0) out.Put("0x");
+        out.PutNumber(static_cast<unsigned int>(status), 16);
+    }
+}
+
 }  // namespace OSTREL

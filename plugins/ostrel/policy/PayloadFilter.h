@@ -8,6 +8,8 @@
 
 namespace OSTREL {
 
+class TextCursor;
+
 // A rule of the payload engine.
 class CPayloadFilter : public CFilterBase {
 public:
@@ -23,6 +25,9 @@ public:
     // Words of log entries. Pure; any thread.
     static wxString LogActionToString(int action);
     static wxString LogStatusToString(int status);
+    // The same words at the end of a text.
+    static void AppendLogAction(TextCursor& out, int action);
+    static void AppendLogStatus(TextCursor& out, int status);
 
     int m_ConnectionTypeId = 0;
     int m_ScheduleId = 0;

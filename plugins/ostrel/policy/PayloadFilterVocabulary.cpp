@@ -77,4 +77,21 @@ wxString CPayloadFilter::LogStatusToString(int status) {
     return text ? Translate(text) : Translate("Error: ") + wxString::Format("%d", status);
 }
 
+void CPayloadFilter::AppendLogAction(TextCursor& out, int action) {
+    const int plain = action & ~LOG_ACTION_DETECT_ONLY;
+    if (plain != action) AppendTranslated(out, "Detect Only: ");
+    const char* text = FindText(PAYLOAD_ACTIONS, plain);
+    if (text) {
+        AppendTranslated(out, text);
+    } else {
+        out.PutNumber(plain);
+    }
+}
+
+void CPayloadFilter::AppendLogStatus(TextCursor& out, int status) {
+    const char* text = FindText(PAYLOAD_STATUSES, status);
+    AppendTranslated(out, text ? text : "Error: ");
+    if (!text) out.PutNumber(status);
+}
+
 }  // namespace OSTREL

@@ -10,4 +10,12 @@ wxString Translate(const char* text) {
     return translated ? *translated : wxString(text);
 }
 
+void AppendTranslated(TextCursor& out, const char* text) {
+    if (wxTranslations::Get() == nullptr) {
+        out.Put(text);
+    } else {
+        out.Put(Translate(text).utf8_str().data());
+    }
+}
+
 }  // namespace OSTREL

@@ -4,6 +4,8 @@
 
 #include <wx/string.h>
 
+#include "TextCursor.h"
+
 namespace OSTREL {
 
 // A code and the English text that stands for it.
@@ -14,6 +16,8 @@ struct VocabularyRow {
 
 // The text in the language of the agent's translation catalogue; as it is without one.
 wxString Translate(const char* text);
+// The same at the end of a text. Allocates nothing without a catalogue.
+void AppendTranslated(TextCursor& out, const char* text);
 
 // The English text of `code`, null if the table has none.
 template <size_t N>

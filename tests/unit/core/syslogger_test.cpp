@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "TestDirectory.h"
 #include "velm/Dom.h"
 #include "velm/Syslogger.h"
 
@@ -74,6 +75,55 @@ TEST_F(Syslogger, PrefixEscapesBackslashAndBarAndHasNoLineEnds) {
 
 TEST_F(Syslogger, ExtensionEscapesBackslashEqualsSignAndLineEnds) {
     EXPECT_EQ(m_Syslogger.EscapeCEFExtension("a\\b|c=d\r\ne"), "a\\\\b|c\\=d\\r\\ne");
+}
+
+// Both forms of an escape; the one in a buffer is cut at its end.
+TEST_F(Syslogger, EscapesInABufferAreThoseOfTexts) {
+    const std::string text = "a\\b|c=d\r\ne \xC3\xA4";
+    char out[100];
+    EXPECT_EQ(std::string(out, CSyslogger::EscapeCEFPrefix(text, out, sizeof(out))),
+              "a\\\\b\\|c=d  e \xC3\xA4");
+    EXPECT_EQ(std::string(out, CSyslogger::EscapeCEFExtension(text, out, sizeof(out))),
+              "a\\\\b|c\\=d\\r\\ne \xC3\xA4");
+    EXPECT_EQ(std::string(out, CSyslogger::EscapeCEFPrefix("ab|", out, 3)), "ab\\");
+    EXPECT_EQ(std::string(out, CSyslogger::EscapeCEFExtension("a==", out, 4)), "a\\=\\");
+    EXPECT_EQ(CSyslogger::EscapeCEFExtension("=", out, 0), 0u);
+}
+
+TEST_F(Syslogger, AFormatThatSomebodySetIsTheConfiguredOneAfterAnUpdate) {
+    m_Syslogger.UpdateConfig();
+    m_Syslogger.m_Format = 0;
+    m_Syslogger.UpdateConfig();
+    EXPECT_EQ(m_Syslogger.m_Format, 2);
+}
+
+// The values of one store never pass for those of another, whatever became of the first.
+TEST(SysloggerAlone, SeesAnotherDom) {
+    CSyslogger syslogger("pnp");
+    for (const int format : {0, 1, 0}) {
+        CDom dom;
+        dom.Set("velm.syslog.format", format);
+        syslogger.UpdateConfig();
+        EXPECT_EQ(syslogger.m_Format, format);
+    }
+    syslogger.UpdateConfig();
+    EXPECT_EQ(syslogger.m_Format, 2);
+}
+
+TEST(SysloggerAlone, SeesSettingsThatAFileBrings) {
+    const TestDirectory directory;
+    {
+        CDom dom;
+        ASSERT_EQ(dom.OpenSettings(directory.Path("settings.db")), "");
+        dom.Set("velm.syslog.format", 0);
+    }
+    CDom dom;
+    CSyslogger syslogger("pnp");
+    syslogger.UpdateConfig();
+    EXPECT_EQ(syslogger.m_Format, 2);
+    ASSERT_EQ(dom.OpenSettings(directory.Path("settings.db")), "");
+    syslogger.UpdateConfig();
+    EXPECT_EQ(syslogger.m_Format, 0);
 }
 
 TEST(SysloggerAlone, TakesItsDefaultsWithoutADom) {

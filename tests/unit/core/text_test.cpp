@@ -33,6 +33,40 @@ TEST(Text, Base64OfALongTextHasNoLineBreaks) {
     EXPECT_EQ(text.Right(8), "YWFhYWE=");
 }
 
+TEST(Text, TheFormsInABufferAreCutAtItsEnd) {
+    char out[8];
+    EXPECT_EQ(std::string(out, toHexText("\x01\xAB\xCD", 3, out, sizeof(out))), "01:ab:cd");
+    EXPECT_EQ(std::string(out, toHexText("\x01\xAB\xCD", 3, out, 4)), "01:a");
+    EXPECT_EQ(std::string(out, toHexText("\x01\xAB\xCD", 3, out, 1)), "0");
+    EXPECT_EQ(toHexText("\x01", 1, out, 0), 0u);
+    EXPECT_EQ(toHexText("", 0, out, sizeof(out)), 0u);
+    EXPECT_EQ(std::string(out, toBase64Text("fooba", 5, out, sizeof(out))), "Zm9vYmE=");
+    EXPECT_EQ(std::string(out, toBase64Text("fooba", 5, out, 7)), "Zm9vYmE");
+    EXPECT_EQ(toBase64Text("fooba", 5, out, 0), 0u);
+    EXPECT_EQ(toBase64Text("", 0, out, sizeof(out)), 0u);
+}
+
+TEST(Text, Utf8HasNoOverlongFormNoSurrogateAndAnEnd) {
+    for (const char* text : {"", "a", "\xC2\x80", "\xDF\xBF", "\xE0\xA0\x80", "\xED\x9F\xBF",
+                             "\xEE\x80\x80", "\xF0\x90\x80\x80", "\xF4\x8F\xBF\xBF", "a\xC3\xA4z"})
+        EXPECT_TRUE(IsUtf8(text)) << text;
+    for (const char* text :
+         {"\x80", "\xBF", "\xC0\x80", "\xC1\xBF", "\xC2", "\xC2g", "\xE0\x9F\xBF", "\xE2\x82",
+          "\xED\xA0\x80", "\xF0\x8F\xBF\xBF", "\xF0\x90\x80", "\xF4\x90\x80\x80",
+          "\xF5\x80\x80\x80", "\xFF", "a\xC3\xA4\xC3"})
+        EXPECT_FALSE(IsUtf8(text)) << text;
+}
+
+TEST(Text, Utf8LengthIsThatOfTheCharacter) {
+    const std::string text = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80\xFF";
+    EXPECT_EQ(Utf8Length(text, 0), 1u);
+    EXPECT_EQ(Utf8Length(text, 1), 2u);
+    EXPECT_EQ(Utf8Length(text, 2), 0u);  // inside of one
+    EXPECT_EQ(Utf8Length(text, 3), 3u);
+    EXPECT_EQ(Utf8Length(text, 6), 4u);
+    EXPECT_EQ(Utf8Length(text, 10), 0u);
+}
+
 TEST(Text, NumbersAreDecimal) {
     EXPECT_EQ(toString(0), "0");
     EXPECT_EQ(toString(-2147483647 - 1), "-2147483648");

@@ -8,6 +8,7 @@
 #include <wx/arrstr.h>
 #include <wx/translation.h>
 
+#include "TextCursor.h"
 #include "policy/PacketFilter.h"
 #include "policy/PayloadFilter.h"
 
@@ -15,20 +16,32 @@ namespace {
 
 using namespace OSTREL;
 
+// Both forms of the words: by themselves, and at the end of a text.
+template <class Append>
+wxString Words(const wxString& alone, Append append, int code) {
+    char buffer[200];
+    TextCursor text(buffer, sizeof buffer);
+    text.Put("act=");
+    append(text, code);
+    EXPECT_EQ(wxString::FromUTF8(text.Terminate()), "act=" + alone);
+    return alone;
+}
+
 wxString FilterAction(int code) {
-    return CPacketFilter::FilterActionToString(CPacketFilter::_FilterAction(code));
+    return Words(CPacketFilter::FilterActionToString(CPacketFilter::_FilterAction(code)),
+                 CPacketFilter::AppendFilterAction, code);
 }
 
 wxString PacketStatus(int code) {
-    return CPacketFilter::LogStatusToString(code);
+    return Words(CPacketFilter::LogStatusToString(code), CPacketFilter::AppendLogStatus, code);
 }
 
 wxString PayloadAction(int code) {
-    return CPayloadFilter::LogActionToString(code);
+    return Words(CPayloadFilter::LogActionToString(code), CPayloadFilter::AppendLogAction, code);
 }
 
 wxString PayloadStatus(int code) {
-    return CPayloadFilter::LogStatusToString(code);
+    return Words(CPayloadFilter::LogStatusToString(code), CPayloadFilter::AppendLogStatus, code);
 }
 
 TEST(FilterActionWords, EachRow) {

@@ -76,34 +76,60 @@ protected:
     }
 };
 
-// Addresses, ports, flags, fragments, positions and labels cost nothing.
-TEST_F(SyslogAllocationTest, LongerBodyAllocatesNoMore) {
+// A script call allocates the text that it gets from here, and Lua's copy of it, besides.
+TEST_F(SyslogAllocationTest, PacketLogAllocatesNothing) {
     SKIP_WITHOUT_COUNT();
-    velm_log_entry_s full = PayloadEntry();
-    full.log_ip.v4.iph_frag = htons(0x6000);
-    full.log_flags = 0x10 | 0x40;
-    full.log_reason = -101;
-    full.log_note_len = 0;
-    full.log_packet_data_len = 0;
-    velm_log_entry_s bare = BarePayloadLog(1004, -101, 1);
-    for (const bool cef : {true, false}) {
-        for (const int format : {0, 1, 2}) {
-            EXPECT_EQ(Count(cef, format, full), Count(cef, format, bare))
-                << (cef ? "CEF" : "plain") << ", format " << format;
+    for (const int format : {0, 1, 2}) {
+        for (const uint32_t filter : {0u, 20u, 1234u, 4711u}) {
+            velm_log_entry_s entry = TcpEntry();
+            entry.log_filter_id = filter;
+            entry.log_reason = filter == 0 ? 103 : 0;
+            entry.log_ip.v4.iph_frag = htons(0x6000);
+            EXPECT_EQ(Count(true, format, entry), 0u) << "CEF " << format << ", " << filter;
+            EXPECT_EQ(Count(false, format, entry), 0u) << "plain " << format << ", " << filter;
         }
     }
 }
 
-// The names, the escaped texts, the hardware addresses in hexadecimal, and the settings.
-TEST_F(SyslogAllocationTest, MessageAllocatesItsTextsOnly) {
+TEST_F(SyslogAllocationTest, PayloadLogAllocatesNothing) {
     SKIP_WITHOUT_COUNT();
-    constexpr size_t kMost = 128;
-    for (const velm_log_entry_s& entry : {TcpEntry(), PayloadEntry()}) {
-        for (const int format : {0, 1, 2}) {
-            EXPECT_LT(Count(true, format, entry), kMost) << "CEF, format " << format;
-            EXPECT_LT(Count(false, format, entry), kMost) << "plain, format " << format;
+    for (const int format : {0, 1, 2}) {
+        for (const uint32_t filter : {0u, 1004u, 1006u, 4711u}) {
+            for (const char first : {'/', '\x01'}) {
+                velm_log_entry_s entry = PayloadEntry();
+                entry.log_filter_id = filter;
+                entry.log_reason = -806;
+                entry.log_action = 0x81;
+                entry.log_note[0] = static_cast<uint8_t>(first);
+                EXPECT_EQ(Count(true, format, entry), 0u) << "CEF " << format << ", " << filter;
+                EXPECT_EQ(Count(false, format, entry), 0u) << "plain " << format << ", " << filter;
+            }
         }
     }
+}
+
+TEST_F(SyslogAllocationTest, EscapedNamesAllocateNothing) {
+    SKIP_WITHOUT_COUNT();
+    configuration.Set(
+        "{payloadFilterMap = {[9] = {name = 'a=b|c\\\\d\\n e\\195\\164 and so on, for longer than "
+        "any "
+        "string holds in itself', identifier = '10=|\\r'}}}");
+    dom.SetText("velm.host.name", "web=1|\n\xC3\xA4 with a name that is longer than it need be");
+    velm_log_entry_s entry = PayloadEntry();
+    entry.log_filter_id = 9;
+    for (const int format : {0, 1, 2}) {
+        EXPECT_EQ(Count(true, format, entry), 0u) << "CEF " << format;
+        EXPECT_EQ(Count(false, format, entry), 0u) << "plain " << format;
+    }
+}
+
+// The count is of those that happen: settings that have changed are read anew.
+TEST_F(SyslogAllocationTest, ChangedSettingsAllocate) {
+    SKIP_WITHOUT_COUNT();
+    const size_t before = s_Allocations;
+    dom.SetText("velm.host.name", "another");
+    Cef(2, TcpEntry());
+    EXPECT_GT(s_Allocations, before);
 }
 
 }  // namespace

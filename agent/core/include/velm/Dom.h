@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <vector>
@@ -90,6 +91,10 @@ public:
     std::vector<AgentEvent> TakeEvents();
 
 private:
+    friend class CSyslogger;
+
+    // As long as it is the same, all settings are. Never 0.
+    uint64_t SettingsGeneration() const;
     static void LogAgentEventText(int reserved, int number, const wxString& text);
 
     struct State;

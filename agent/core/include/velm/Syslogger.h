@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include <wx/string.h>
 
@@ -28,14 +30,22 @@ public:
     wxString EscapeCEFPrefix(const wxString& text);
     // Escapes backslash, equals sign, line feed and carriage return.
     wxString EscapeCEFExtension(const wxString& text);
+    // The same of UTF-8 text and in a caller's buffer: at most `room` bytes are written, what does
+    // not fit is cut, and there is no terminator. Return the number of bytes.
+    static size_t EscapeCEFPrefix(std::string_view text, char* out, size_t room);
+    static size_t EscapeCEFExtension(std::string_view text, char* out, size_t room);
 
     int m_Format = 2;
 
 private:
+    void ReadSettings();
+
     std::string m_Name;
     bool m_Cef = true;
-    long long m_HostId = 0;
-    wxString m_HostName;
+    int m_ReadFormat = 2;
+    std::string m_HostIdText = "0";
+    std::string m_HostName;     // escaped
+    uint64_t m_Generation = 0;  // of the settings that were read
 };
 
 }  // namespace VelmCore
