@@ -33,6 +33,8 @@ return {
         -- allow = {"192.0.2.0/24"},
         -- Bytes of room in the kernel for entries that wait to be read. More survives longer bursts.
         -- receiveBuffer = 8388608,
+        -- Where entries and events are sent: udp, tcp or a local socket.
+        -- syslog = {target = "tcp://192.0.2.5:514"},
         -- Numbers for the textfile collector of Prometheus' node exporter.
         -- statisticsFile = "/var/lib/prometheus/node-exporter/velm.prom",
         -- The policy, an XML document with the root SecurityConfiguration.

@@ -5,6 +5,8 @@ import os
 import signal
 import socket
 import stat
+import subprocess
+import time
 
 import cli
 import service
@@ -183,6 +185,45 @@ class Control(service.ServiceTest):
         process.send_signal(signal.SIGHUP)
         self.wait_for(lambda: self.status()["reloads_total"] == 1)
         self.assertEqual(self.status()["syslog_sent_total"], 4)
+
+    def test_killed_script_loses_at_most_a_second_of_bookmarks(self):
+        script = self.write("retrieve.lua", """
+            require "ostrel"
+            io.stdout:setvbuf("no")
+            local log = SLB.ostrel.LogData(dom)
+            log:SetLogFilePath(arg[1])
+            local source = assert(kdi.Open("pcap:" .. arg[2], {localAddresses = "192.0.2.10/32"}))
+            local configuration = {packetFilterLog = {cacheSize = 0},
+                                   trafficAnalysisConfiguration = {}, probeConfigurationMap = {}}
+            local entry, packet, data = source:NextEntry(0)
+            while entry do
+                log:WriteLogData(entry, packet, configuration, data)
+                log:GetLogData(0, 0, 0, 0)
+                print(dom:Get("plg.ostrel.lastline.packet"))
+                local pause = os.clock() + 0.002
+                repeat until os.clock() >= pause
+                entry, packet, data = source:NextEntry(0)
+            end""")
+        self.capture("long.pcap", *(tcp(START + i // 100, 40000, 1 + i, usec=i % 100 * 10000)
+                                    for i in range(60000)))
+        process = subprocess.Popen(
+            [self.agent, "script", "--settings", self.path("settings.db"), script,
+             self.path("log"), self.path("long.pcap")], stdout=subprocess.PIPE)
+        self.addCleanup(process.stdout.close)
+        told, begin = [], time.monotonic()
+        while time.monotonic() < begin + 4:
+            told.append((time.monotonic(), process.stdout.readline().strip()))
+        killed = time.monotonic()
+        process.kill()
+        process.wait()
+        told += [(killed, line.strip()) for line in process.stdout]
+        kept = self.run_agent("script", "--settings", self.path("settings.db"),
+                              self.write("get.lua", 'print(dom:Get("plg.ostrel.lastline.packet"))'))
+        times = [when for when, bookmark in told if bookmark.decode() == kept.out.strip()]
+        self.assertTrue(times, kept)
+        self.assertGreater(len({bookmark for _, bookmark in told}), 100)
+        # A second, and what the writing itself takes on a busy machine.
+        self.assertLess(killed - times[-1], 2.5)
 
     # What clients may send.
 
