@@ -10,4 +10,11 @@ velm_unit_test(kdi_test
     LIBS kdi)
 target_compile_definitions(kdi_test PRIVATE
     KDI_TEST_CAPTURES="${CMAKE_CURRENT_LIST_DIR}/../captures")
-velm_unit_test(kdi_parts_test ${kdi_tests}/PartsTest.cpp LIBS kdi_objects)
+velm_unit_test(kdi_parts_test
+    ${kdi_tests}/BlocksTest.cpp
+    ${kdi_tests}/LogMessageTest.cpp
+    ${kdi_tests}/LogPrefixTest.cpp
+    ${kdi_tests}/PartsTest.cpp
+    LIBS kdi_objects)
+target_compile_definitions(kdi_parts_test PRIVATE
+    KDI_TEST_CAPTURES="${CMAKE_CURRENT_LIST_DIR}/../captures")

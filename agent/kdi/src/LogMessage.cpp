@@ -25,9 +25,11 @@ struct Bytes {
 
 class Attributes {
 public:
-    // False if the message is cut short or an attribute is not sound.
+    // False if the message is cut short or an attribute is not sound. The kernel fills up the last
+    // attribute, and libmnl takes that for granted.
     bool Read(const nlmsghdr& message) {
         return message.nlmsg_len >= sizeof(nlmsghdr) + sizeof(nfgenmsg) &&
+               message.nlmsg_len % NLMSG_ALIGNTO == 0 &&
                mnl_attr_parse(&message, sizeof(nfgenmsg), Keep, this) == MNL_CB_OK;
     }
     Bytes Get(uint16_t type) const { return m_Attributes[type]; }
