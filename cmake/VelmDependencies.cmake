@@ -7,6 +7,7 @@ pkg_check_modules(SQLITE REQUIRED IMPORTED_TARGET sqlite3)
 pkg_check_modules(PCAP REQUIRED IMPORTED_TARGET libpcap)
 pkg_check_modules(NETFILTER REQUIRED IMPORTED_TARGET
     libmnl libnetfilter_log libnetfilter_conntrack libnftables)
+pkg_check_modules(TINS REQUIRED IMPORTED_TARGET libtins)
 
 # wx-config knows the flags of the installed build; only the non-graphical libraries are asked for.
 find_program(WX_CONFIG wx-config REQUIRED)

@@ -39,6 +39,15 @@ return {
         -- statisticsFile = "/var/lib/prometheus/node-exporter/velm.prom",
         -- The policy, an XML document with the root SecurityConfiguration.
         -- policyFile = "/etc/velm/policy.xml",
+        -- Servers whose TLS handshakes are looked into, if their certificate has an RSA key that the
+        -- policy names: hostConfiguration is the id of its SSLHostConfiguration element.
+        -- sslServers = {
+        --     {address = "192.0.2.10", port = 443, hostConfiguration = 1},
+        --     {address = "2001:db8::10", port = 443, hostConfiguration = 1},
+        -- },
+        -- Where decrypted secrets are noted for packet analysers; without it nowhere. Whoever reads
+        -- this file can read the traffic: it is made with mode 0600.
+        -- keyLog = "/var/lib/velm_agent/keys.log",
 
         -- Settings by key, stored at each start. These are the scan detection's, with its defaults.
         settings = {

@@ -53,6 +53,8 @@ struct ReplayLine {
                          "Send what is logged and found to a syslog receiver (udp://HOST:PORT,\n"
                          "tcp://HOST:PORT, unix:/PATH), or print the messages (-)")
             ->type_name("TARGET");
+        command->add_flag("--tls", options.tls,
+                          "Decrypt the secrets of TLS handshakes with agent.sslServers as well");
         command->add_flag("--json", options.json, "Print one JSON object a line");
         AddTrace(*command, options.trace);
         command->footer(
@@ -62,9 +64,14 @@ struct ReplayLine {
             "directory that the configuration names for the live log. Messages are sent only\n"
             "where --syslog says so; with - they take standard output, and the report goes to\n"
             "standard error, or with --json both stand there as JSON lines.\n\n"
+            "With --tls the captures are read once more for the handshakes of the servers that\n"
+            "the configuration names in agent.sslServers. Log entries play no part in that. The\n"
+            "secrets go to the file agent.keyLog, if there is one, and what the handshakes came\n"
+            "to is printed.\n\n"
             "Examples:\n"
             "  velm_agent replay scan.pcap\n"
             "  velm_agent replay --out logs --local 192.0.2.10/32 --allow tcp/22,tcp/443 *.pcap\n"
+            "  velm_agent replay --tls --config tls.conf.lua server.pcap\n"
             "  velm_agent replay --json scan.pcap | jq 'select(.kind == \"finding\")'");
     }
 };

@@ -4,6 +4,7 @@
 
 #include "KdiBlocks.h"
 #include "LuaBinding.h"
+#include "TlsBinding.h"
 
 namespace {
 
@@ -174,6 +175,7 @@ const luaL_Reg kMethods[] = {
 
 const luaL_Reg kFunctions[] = {
     {"Open", Guarded<Open>},
+    {"OpenTls", Guarded<OpenTls>},
     {nullptr, nullptr},
 };
 
@@ -201,6 +203,7 @@ void RegisterKdi(lua_State* L) {
     lua_pushcfunction(L, Guarded<Close>);
     lua_setfield(L, -2, "__gc");
     lua_pop(L, 1);
+    RegisterTls(L);
     PushLibrary(L, kFunctions, 0);
     lua_setglobal(L, "kdi");
 }

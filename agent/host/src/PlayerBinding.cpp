@@ -188,6 +188,12 @@ int RunOn(lua_State* L) {
     return 0;
 }
 
+// Interrupted(): whether the user asked the replay to end.
+int IsInterrupted(lua_State* L) {
+    lua_pushboolean(L, Interrupted());
+    return 1;
+}
+
 // Describe(handle): how the source understands its capture; "" if there is nothing to say.
 int Describe(lua_State* L) {
     lua_pushstring(L, kdi_describe(CheckKdiHandle(L, 1)));
@@ -220,6 +226,7 @@ const luaL_Reg kFunctions[] = {
     {"Next", Guarded<Next>},
     {"Finish", Guarded<Finish>},
     {"RunOn", Guarded<RunOn>},
+    {"Interrupted", Guarded<IsInterrupted>},
     {"Describe", Guarded<Describe>},
     {"TempDirectory", Guarded<MakeTempDirectory>},
     {"CountLines", Guarded<CountLines>},

@@ -24,7 +24,8 @@ int RunReplay(const ReplayOptions& options) {
                                   {"allow", options.allow},
                                   {"localAddresses", options.local},
                                   {"syslog", options.syslog},
-                                  {"json", options.json}});
+                                  {"json", options.json},
+                                  {"tls", options.tls}});
     agent.Shutdown();
     return CheckOutput(status);
 }

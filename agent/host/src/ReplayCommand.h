@@ -11,6 +11,7 @@ struct ReplayOptions {
     std::string local;   // empty: the capture tells
     std::string syslog;  // a target, "-" for standard output; empty: nothing is sent
     bool json = false;
+    bool tls = false;
     std::vector<std::string> trace;
 };
 

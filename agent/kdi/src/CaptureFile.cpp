@@ -58,28 +58,33 @@ bool CaptureFile::Rewind() {
     return Fail(reason);
 }
 
-bool CaptureFile::CheckLink() {
-    const int type = pcap_datalink(m_Reader);
+bool FindLinkType(int type, LinkType& linkType) {
     switch (type) {
         case DLT_EN10MB:
-            m_LinkType = LinkType::Ethernet;
+            linkType = LinkType::Ethernet;
             return true;
         case DLT_LINUX_SLL:
-            m_LinkType = LinkType::Cooked;
+            linkType = LinkType::Cooked;
             return true;
         case DLT_LINUX_SLL2:
-            m_LinkType = LinkType::Cooked2;
+            linkType = LinkType::Cooked2;
             return true;
         case DLT_RAW:
         case DLT_IPV4:
         case DLT_IPV6:
-            m_LinkType = LinkType::RawIp;
+            linkType = LinkType::RawIp;
             return true;
         case DLT_NULL:
         case DLT_LOOP:
-            m_LinkType = LinkType::BsdLoopback;
+            linkType = LinkType::BsdLoopback;
             return true;
     }
+    return false;
+}
+
+bool CaptureFile::CheckLink() {
+    const int type = pcap_datalink(m_Reader);
+    if (FindLinkType(type, m_LinkType)) return true;
     const char* name = pcap_datalink_val_to_name(type);
     return Fail("link type " + (name ? std::string(name) : std::to_string(type)) +
                 " is not supported (Ethernet, Linux cooked and raw IP are)");

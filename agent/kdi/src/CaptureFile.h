@@ -9,6 +9,9 @@
 
 namespace Kdi {
 
+// Pcap's number of a link type. False if it is none that is understood.
+bool FindLinkType(int type, LinkType& linkType);
+
 // A capture file that is read more than once. The file stays open, so that every reading sees the
 // same one, whatever happens to its name.
 class CaptureFile {

@@ -5,6 +5,7 @@ local check = require "velm.schema"
 local defaults = require "velm.defaults"
 local export = require "velm.export"
 local fail = require "velm.fail"
+local tls = require "velm.tls"
 
 local config = {}
 
@@ -55,6 +56,8 @@ local AGENT_KEYS = {
     statisticsFile = "string",
     receiveBuffer = "number",
     policyFile = "string",
+    sslServers = "table",
+    keyLog = "string",
     settings = Settings,
     trace = "strings",
 }
@@ -103,10 +106,15 @@ local function SyslogProblem(agent)
     return agent.syslog and export.Problem(agent.syslog, "agent.syslog.")
 end
 
+local function TlsProblem(agent)
+    return agent.sslServers and tls.Problem(agent.sslServers, "agent.sslServers")
+end
+
 local function Problem(configuration)
     return check(configuration, CONFIGURATION_KEYS, "", true)
         or check(configuration.agent or {}, AGENT_KEYS, "agent.")
         or SyslogProblem(configuration.agent or {})
+        or TlsProblem(configuration.agent or {})
         or check(configuration.packetFilterLog or {}, LOG_KEYS, "packetFilterLog.", true)
         or check(configuration.agentConfiguration or {}, HOST_KEYS, "agentConfiguration.", true)
 end

@@ -7,6 +7,7 @@ local export = require "velm.export"
 local fail = require "velm.fail"
 local loop = require "velm.loop"
 local newReporter = require "velm.report"
+local tls = require "velm.tls"
 require "ostrel"
 
 local function Warn(what, why)
@@ -78,7 +79,7 @@ local function RunOn(source, log, configuration)
     end
 end
 
-local function PlayAll(options, log, configuration, counts, exporter)
+local function PlayLogs(options, log, configuration, counts, exporter)
     local last
     for _, capture in ipairs(options.captures) do
         local source = PlayCapture(capture, options, log, configuration, counts, exporter)
@@ -86,6 +87,50 @@ local function PlayAll(options, log, configuration, counts, exporter)
         last = source
     end
     RunOn(last, log, configuration)
+end
+
+local WAIT_MSEC = 200
+
+-- Reads one capture's handshakes and waits for their secrets.
+local function PlayHandshakes(capture, agent, counts)
+    local source, reason = tls.Open("pcap:" .. capture, agent)
+    if not source then fail(2, reason) end
+    local done
+    repeat
+        done, reason = source:Wait(WAIT_MSEC)
+        if player.Interrupted() then fail(1, "replay", "interrupted") end
+    until done ~= false
+    tls.AddCounts(counts, source:Statistics())
+    source:Close()
+    if reason then fail(2, reason) end
+end
+
+local function CheckTls(agent, path)
+    local name = path ~= "" and path or "configuration"
+    if not agent.sslServers or not agent.sslServers[1] then
+        fail(2, name, "agent.sslServers names no server, as --tls wants")
+    end
+end
+
+-- Returns whether everything that was decrypted is where it belongs.
+local function PlayTls(options, agent, reporter)
+    tls.StartService()
+    local counts = tls.NewCounts()
+    for _, capture in ipairs(options.captures) do PlayHandshakes(capture, agent, counts) end
+    reporter.Tls(counts)
+    if counts.keyLogFailures > 0 then
+        Warn(agent.keyLog, ("%.0f secrets could not be written"):format(counts.keyLogFailures))
+    end
+    if counts.unanswered > 0 then
+        Warn("tls", ("%.0f requests got no answer"):format(counts.unanswered))
+    end
+    return counts.keyLogFailures == 0 and counts.unanswered == 0
+end
+
+-- Returns whether all went well, short of what it raises.
+local function PlayAll(options, agent, log, configuration, counts, exporter, reporter)
+    PlayLogs(options, log, configuration, counts, exporter)
+    return not options.tls or PlayTls(options, agent, reporter)
 end
 
 -- What was read is written and told, also when the replay ended early.
@@ -137,6 +182,7 @@ return function(options)
     local configuration, agent = config.Load(options.config)
     config.Apply(agent)
     CheckCaptures(options.captures)
+    if options.tls then CheckTls(agent, options.config) end
     -- Messages are what was asked for: the report makes way for them.
     local reporter = newReporter(options.json, options.syslog == "-" and io.stderr or io.stdout)
     local exporter = NewExporter(options, agent, configuration, reporter)
@@ -155,14 +201,14 @@ return function(options)
     -- Nearly all garbage is strings of entries: it need not be looked for as often as when it is a mix.
     collectgarbage("setpause", 1000)
     local counts = NewCounts()
-    local played, failure = xpcall(PlayAll, debug.traceback, options, log, configuration, counts,
-                                    exporter)
-    if not played and counts.packets == 0 then error(failure, 0) end
+    local played, outcome = xpcall(PlayAll, debug.traceback, options, agent, log, configuration,
+                                   counts, exporter, reporter)
+    if not played and counts.packets == 0 then error(outcome, 0) end
     local flushed = Finish(options, log, counts, reporter)
     local delivered = not exporter or CloseExporter(exporter, options.syslog)
-    if not played then error(failure, 0) end
+    if not played then error(outcome, 0) end
     if not flushed or reporter.failures > 0 then
         fail(1, directory, "records were lost: " .. reporter.failures .. " failures of log files")
     end
-    return delivered and 0 or 1
+    return delivered and outcome and 0 or 1
 end

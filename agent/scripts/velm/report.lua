@@ -4,6 +4,7 @@
 
 local event = require "velm.event"
 local json = require "velm.json"
+local tls = require "velm.tls"
 
 local SUMMARY = {
     "packets", "entries", "logged", "coalesced", "lines", "findings", "blocks", "dropped", "seconds",
@@ -39,6 +40,33 @@ function text.block(usec, address, msec)
     Print(("%s block %s for %g seconds"):format(Clock(usec), address, msec / 1000))
 end
 
+local TLS_REMARKS = {
+    rsa = "with RSA key exchange",
+    decrypted = "secrets of these",
+    failed = "no key, or another one than the server's",
+    resumed = "with the keys of an earlier connection",
+    other = "key exchanges that the server's key does not undo",
+    incomplete = "not seen to their end",
+    renegotiations = "encrypted, so not followed",
+}
+
+-- What is always told; other counters only if something was counted.
+local TLS_ALWAYS = {handshakes = true, rsa = true, decrypted = true, failed = true}
+
+function text.tls(counts)
+    for _, name in ipairs(tls.COUNTERS) do
+        if TLS_ALWAYS[name] or counts[name] > 0 then
+            local line = ("tls %-14s %.0f"):format(name, counts[name])
+            if TLS_REMARKS[name] then line = ("%-22s (%s)"):format(line, TLS_REMARKS[name]) end
+            Print(line)
+        end
+    end
+    local names = {}
+    for name in pairs(counts.others) do names[#names + 1] = name end
+    table.sort(names)
+    for _, name in ipairs(names) do Print(("  %-16s %.0f"):format(name, counts.others[name])) end
+end
+
 function text.summary(counts)
     for _, name in ipairs(SUMMARY) do
         local form = name == "seconds" and "%-10s %.6f" or "%-10s %.0f"
@@ -67,6 +95,17 @@ end
 
 function lines.block(usec, address, msec)
     print(json("kind", "block", "time", usec / 1e6, "address", address, "seconds", msec / 1000))
+end
+
+function lines.tls(counts)
+    local fields = {"kind", "tls"}
+    for _, name in ipairs(tls.COUNTERS) do
+        fields[#fields + 1] = name
+        fields[#fields + 1] = counts[name]
+    end
+    fields[#fields + 1] = "others"
+    fields[#fields + 1] = counts.others
+    print(json(table.unpack(fields)))
 end
 
 function lines.summary(counts)
@@ -103,6 +142,8 @@ return function(asJson, file)
     function reporter.News(kind, ...)
         if kind == "event" then Event(...) else Block(...) end
     end
+
+    function reporter.Tls(counts) form.tls(counts) end
 
     function reporter.Message(words) form.message(words) end
 
