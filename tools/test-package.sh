@@ -1,0 +1,140 @@
+#!/bin/bash
+# Tries the Debian package on a fresh Debian 12: installs it, runs the service there on the packet
+# filter of a network namespace, and removes it again. Makes the root of such a system at first, in a
+# folder outside the tree, and keeps it for the next time; each run works on a copy.
+#   usage: tools/test-package.sh [PACKAGE.deb]     without one, it is made
+#   VELM_PACKAGE_ROOT   that folder (/var/cache/velm/bookworm)
+# Needs root, for the chroot, the mounts and the namespaces, all of which end with the script.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tree=$PWD
+base=${VELM_PACKAGE_ROOT:-/var/cache/velm/bookworm}
+
+if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || { echo "$0: needs root or sudo" >&2; exit 1; }
+    exec sudo VELM_PACKAGE_ROOT="$base" "$tree/tools/test-package.sh" "$@"
+fi
+if [ -z "${VELM_PACKAGE_MOUNTS:-}" ]; then
+    tools/install-deps.sh --package
+    package=$(realpath "${1:-$(tools/package.sh)}")
+    VELM_PACKAGE_MOUNTS=own exec unshare --mount --propagation private --net \
+        "$tree/tools/test-package.sh" "$package"
+fi
+package=$1
+
+fail() {
+    echo "$0: $*" >&2
+    [ ! -e "$root/tmp/messages" ] || cat "$root/tmp/messages" >&2
+    exit 1
+}
+
+# Where this system gets Debian 12 from; nothing if apt cannot tell.
+debian_mirror() {
+    apt-get indextargets --format "\$(SITE)" \
+        "Created-By: Packages" "Origin: Debian" "Codename: bookworm" | sort -u | head -n 1
+}
+
+# in_root COMMAND...: without this machine's environment.
+in_root() {
+    env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" LANG=C.UTF-8 \
+        DEBIAN_FRONTEND=noninteractive chroot "$root" "$@"
+}
+
+# apt COMMAND...: in the network of the machine; downloads are kept for the next time.
+apt() {
+    nsenter --net="/proc/$PPID/ns/net" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LANG=C.UTF-8 \
+        DEBIAN_FRONTEND=noninteractive chroot "$root" apt-get -y -q -o APT::Keep-Downloaded-Packages=true "$@"
+}
+
+# Every path of the system, without what package tools and the kernel keep for themselves.
+paths() {
+    (cd "$root" && find . -xdev \
+        \( -path ./proc -o -path ./dev -o -path ./tmp -o -path ./run -o -path ./var/lib/dpkg -o -path ./var/lib/apt \
+        -o -path ./var/cache -o -path ./var/log/apt -o -path ./var/log/dpkg.log \) -prune -o -print | sort)
+}
+
+# await WHAT COMMAND...: until the command holds.
+await() {
+    local what=$1
+    shift
+    for _ in $(seq 300); do
+        if "$@" >/dev/null 2>&1; then return; fi
+        sleep 0.1
+    done
+    fail "$what"
+}
+
+if [ ! -e "$base/complete" ]; then
+    echo "Making a Debian 12 in $base"
+    rm -rf --one-file-system "$base"
+    mkdir -p "$base"
+    mirror=$(debian_mirror)
+    nsenter --net="/proc/$PPID/ns/net" debootstrap --variant=minbase bookworm "$base" ${mirror:+"$mirror"} \
+        >"$base.log" || { tail -n 20 "$base.log" >&2; exit 1; }
+    touch "$base/complete"
+fi
+
+root=$(mktemp -d "$base.XXXXXX")
+started=()
+clean_up() {
+    for process in "${started[@]}"; do kill "$process" 2>/dev/null || true; done
+    wait
+    umount --recursive --lazy "$root" || true
+    rmdir "$root"
+}
+trap clean_up EXIT
+mount -t tmpfs tmpfs "$root"
+cp -a "$base/." "$root"
+mount -t proc proc "$root/proc"
+mount --rbind /dev "$root/dev"
+mkdir -p "$base.archives/partial"
+mount --bind "$base.archives" "$root/var/cache/apt/archives"
+cp /etc/resolv.conf "$root/etc/resolv.conf"
+cp "$package" "$root/tmp/velm-agent.deb"
+
+echo "=== Installing"
+apt update >/dev/null
+apt --no-install-recommends satisfy "$(dpkg-deb --field "$package" Depends)" nftables >"$base.install.log"
+before=$(paths)
+in_root dpkg --install /tmp/velm-agent.deb
+in_root velm_agent run --check --config /etc/velm/velm.conf.lua
+
+echo "=== Running"
+ip link set lo up
+ip link add wan type veth peer name peer
+ip address add 192.0.2.1/24 dev wan
+unshare --net sleep 600 &
+neighbour=$!
+started+=("$neighbour")
+second_namespace() { [ "$(readlink /proc/self/ns/net)" != "$(readlink "/proc/$neighbour/ns/net")" ]; }
+await "no second namespace" second_namespace
+ip link set peer netns "$neighbour"
+ip link set wan up
+there() { nsenter --net="/proc/$neighbour/ns/net" "$@"; }
+there ip address add 192.0.2.66/24 dev peer
+there ip link set peer up
+in_root nft -f /etc/velm/velm.nft
+in_root velm_agent run --config /etc/velm/velm.conf.lua >"$root/tmp/messages" 2>&1 &
+service=$!
+await "the service did not start" in_root velm_agent status
+started+=("$(<"$root/var/lib/velm_agent/lock")")
+there bash -c 'for port in 4001 4002 4003; do echo x >/dev/udp/192.0.2.1/$port; done'
+logged() { in_root velm_agent status --json | grep -q '"logged_total":3,'; }
+await "no packet was logged" logged
+kill -TERM "${started[1]}"
+wait "$service" || fail "the service ended with status $?"
+[ "$(grep -c "192.0.2.66, [0-9]*, 192.0.2.1, 400[123]," "$root/var/log/velm_agent/velm_mpnp")" -eq 3 ] ||
+    fail "the log does not hold the three packets"
+
+echo "=== Removing"
+echo "-- the administrator's" >>"$root/etc/velm/velm.conf.lua"
+in_root dpkg --install /tmp/velm-agent.deb >/dev/null
+grep -q "the administrator's" "$root/etc/velm/velm.conf.lua" || fail "an upgrade changed the configuration"
+in_root dpkg --remove velm-agent
+[ -e "$root/etc/velm/velm.conf.lua" ] || fail "removal took the configuration"
+[ -e "$root/var/lib/velm_agent/settings.db" ] || fail "removal took the state"
+in_root dpkg --purge velm-agent
+left=$(comm -13 <(echo "$before") <(paths))
+expected=$'./var/log/velm_agent\n./var/log/velm_agent/velm_mpnp'
+[ "$left" = "$expected" ] || fail "what is left:"$'\n'"$left"
+echo "The package installs, logs, and leaves nothing but the log."
