@@ -12,6 +12,7 @@
 namespace {
 
 constexpr std::chrono::seconds kPatience(30);
+constexpr std::chrono::minutes kWarningPause(1);
 // How often a waiting writer looks whether it shall stop.
 constexpr std::chrono::milliseconds kSlice(100);
 
@@ -37,18 +38,18 @@ void SyslogQueue::ClearWake() const {
     [[maybe_unused]] const ssize_t got = read(m_Wake.Get(), &count, sizeof(count));
 }
 
-// Once for a row of drops.
+// Told from time to time only: a queue that is full is so again and again.
 bool SyslogQueue::DropLocked() {
     ++m_Counts.dropped;
-    if (m_IsFull || m_IsClosed) return false;
-    m_IsFull = true;
+    const Clock::time_point now = Clock::now();
+    if (m_IsClosed || now < m_NextWarning) return false;
+    m_NextWarning = now + kWarningPause;
     wxLogWarning("syslog %s: the queue of %zu messages is full; messages are dropped",
                  wxString::FromUTF8(m_Target), m_Limit);
     return false;
 }
 
 void SyslogQueue::PushLocked(std::string message) {
-    m_IsFull = false;
     m_IsHopeless = false;
     m_Messages.push_back(std::move(message));
     if (m_Messages.size() == 1) Wake();

@@ -73,10 +73,10 @@ private:
     std::deque<std::string> m_Messages;
     SyslogStatistics m_Counts;
     uint64_t m_Held = 0;
+    Clock::time_point m_NextWarning{};
     Clock::time_point m_Deadline = Clock::time_point::max();
     bool m_IsClosed = false;
     bool m_IsEnded = false;
     bool m_IsAbandoned = false;
-    bool m_IsFull = false;      // has been told
     bool m_IsHopeless = false;  // a writer has waited in vain
 };
