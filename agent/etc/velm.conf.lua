@@ -37,6 +37,16 @@ return {
         -- syslog = {target = "tcp://192.0.2.5:514"},
         -- Numbers for the textfile collector of Prometheus' node exporter.
         -- statisticsFile = "/var/lib/prometheus/node-exporter/velm.prom",
+        -- A syslog receiver for what is logged and for agent events. None without this table; its
+        -- other keys have the values shown when they are left out.
+        -- syslog = {
+        --     target = "tcp://collector.example.net:601",  -- udp://host:port, unix:/dev/log
+        --     facility = "local0",
+        --     framing = "rfc5424",  -- "local" for /dev/log
+        --     family = "cef",       -- or "plain": key=value, as the kernel's own firewall log
+        --     format = 2,           -- 0, 1 or 2: the form of the keys, and how much is told
+        --     queue = 10000,        -- messages that may wait for the receiver
+        -- },
         -- The policy, an XML document with the root SecurityConfiguration.
         -- policyFile = "/etc/velm/policy.xml",
         -- Servers whose TLS handshakes are looked into, if their certificate has an RSA key that the
