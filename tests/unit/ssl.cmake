@@ -14,7 +14,9 @@ velm_unit_test(ssl_service_test
     ${dir}/WorkerTest.cpp
     LIBS ${SSL_TEST_LIBS})
 
-foreach(name ssl_key_test ssl_service_test)
+velm_unit_test(ssl_threads_test ${dir}/SSLThreadsTest.cpp LIBS ${SSL_TEST_LIBS})
+
+foreach(name ssl_key_test ssl_service_test ssl_threads_test)
     target_include_directories(${name} PRIVATE ${dir} ${CMAKE_CURRENT_LIST_DIR}/module)
     target_compile_definitions(${name} PRIVATE
         CREDENTIAL_FILES="${CMAKE_CURRENT_LIST_DIR}/../captures/tls")
