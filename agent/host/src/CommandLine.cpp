@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "CheckCredentialCommand.h"
 #include "ControlCommand.h"
 #include "Message.h"
 #include "QueryCommand.h"
@@ -152,6 +153,37 @@ struct QueryLine {
     }
 };
 
+struct CheckCredentialLine {
+    CheckCredentialOptions options;
+    CLI::App* command;
+
+    explicit CheckCredentialLine(CLI::App& program)
+        : command(program.add_subcommand("check-credential",
+                                         "Tells whether a server's key loads, or why not")) {
+        command->add_option("FILE", options.file, "The container: PEM text, or PKCS#12")
+            ->required()
+            ->type_name("");
+        command->add_option("--type", options.type, "What the container is")
+            ->required()
+            ->check(CLI::IsMember({"PEM", "P12"}))
+            ->type_name("PEM|P12");
+        command
+            ->add_option("--passphrase-file", options.passphraseFile,
+                         "Passphrase, on the first line of this file; - is standard input")
+            ->type_name("FILE");
+        AddTrace(*command, options.trace);
+        command->footer(
+            "Loads a private key as the SSL key service does from a credential of the policy, and\n"
+            "names the reason if it does not load. An encrypted key's passphrase is asked for at\n"
+            "the terminal, unless a file is named for it; never give one on a command line, where\n"
+            "other users see it. Exit status: 0 the key loads, 1 it does not, 2 wrong usage or\n"
+            "unreadable file.\n\n"
+            "Examples:\n"
+            "  velm_agent check-credential --type PEM server.key.pem\n"
+            "  velm_agent check-credential --type P12 --passphrase-file pass.txt server.p12");
+    }
+};
+
 // The script's file and arguments are no options of the command, so CLI11 does not know them.
 class ScriptFormatter : public CLI::Formatter {
     std::string make_usage(const CLI::App*, std::string) const override {
@@ -232,6 +264,7 @@ int RunCommandLine(int argc, char** argv) {
     blocks.AddJson();
     ControlLine unblock(program, "unblock", "Lifts the running service's block of an address");
     unblock.AddAddress();
+    CheckCredentialLine checkCredential(program);
     ScriptLine script(program);
     try {
         program.parse(argc, argv);
@@ -244,5 +277,6 @@ int RunCommandLine(int argc, char** argv) {
     for (const ControlLine* line : {&status, &blocks, &unblock}) {
         if (*line->command) return RunControl(line->options);
     }
+    if (*checkCredential.command) return RunCheckCredential(checkCredential.options);
     return script.Run();
 }
