@@ -153,25 +153,29 @@ protected:
                                                static_cast<unsigned int>(request.data.size())),
                   0);
     }
+    // The oldest response that was not taken yet, or nothing.
+    static std::string TakeResponse() {
+        std::string response(kdi_testing_take_ssl_response(nullptr, 0), '\0');
+        if (!response.empty())
+            kdi_testing_take_ssl_response(response.data(),
+                                          static_cast<unsigned int>(response.size()));
+        return response;
+    }
     // The responses so far.
     static Texts Responses() {
         Texts responses;
-        std::vector<char> buffer(70000);
-        while (const unsigned int size = kdi_testing_take_ssl_response(
-                   buffer.data(), static_cast<unsigned int>(buffer.size())))
-            responses.emplace_back(buffer.data(), size);
+        for (std::string next = TakeResponse(); !next.empty(); next = TakeResponse())
+            responses.push_back(std::move(next));
         return responses;
     }
     // The next response, for which it waits.
     static std::string NextResponse() {
-        std::vector<char> buffer(70000);
-        unsigned int size = 0;
+        std::string response;
         Becomes([&] {
-            size = kdi_testing_take_ssl_response(buffer.data(),
-                                                 static_cast<unsigned int>(buffer.size()));
-            return size > 0;
+            response = TakeResponse();
+            return !response.empty();
         });
-        return std::string(buffer.data(), size);
+        return response;
     }
     static Texts TraceMessages() {
         Texts messages;
