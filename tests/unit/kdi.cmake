@@ -18,3 +18,10 @@ velm_unit_test(kdi_parts_test
     LIBS kdi_objects)
 target_compile_definitions(kdi_parts_test PRIVATE
     KDI_TEST_CAPTURES="${CMAKE_CURRENT_LIST_DIR}/../captures")
+# TLS handshakes, and what becomes of their secrets.
+velm_unit_test(kdi_tls_test
+    ${kdi_tests}/KeyLogTest.cpp
+    ${kdi_tests}/TlsConnectionTest.cpp
+    ${kdi_tests}/TlsSourceTest.cpp
+    ${kdi_tests}/TlsStreamsTest.cpp
+    LIBS kdi_objects)
