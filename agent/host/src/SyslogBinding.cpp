@@ -136,14 +136,21 @@ int WriteEntry(lua_State* L) {
     return 1;
 }
 
+// Microseconds since the epoch, up to the year 2106, as entries have them.
+int64_t CheckUsec(lua_State* L, int index) {
+    constexpr lua_Number kEnd = 4294967296.0 * 1e6;
+    const lua_Number usec = luaL_checknumber(L, index);
+    luaL_argcheck(L, usec >= 0 && usec < kEnd, index, "microseconds since the epoch expected");
+    return static_cast<int64_t>(usec);
+}
+
 // writer:Event(number, text [, usec]): the message of an agent event, of now without a time.
 int WriteEvent(lua_State* L) {
     auto& writer = Check<Writer>(L, kWriterType);
     const auto number = static_cast<int>(luaL_checkinteger(L, 2));
     size_t length = 0;
     const char* text = luaL_checklstring(L, 3, &length);
-    const auto usec =
-        lua_isnoneornil(L, 4) ? UsecNow() : static_cast<int64_t>(luaL_checknumber(L, 4));
+    const int64_t usec = lua_isnoneornil(L, 4) ? UsecNow() : CheckUsec(L, 4);
     writer.events.Write(writer.body, number, {text, length});
     writer.header.Write(writer.message, usec, SyslogEvents::Severity(number), "event", writer.body);
     PushString(L, writer.message);
