@@ -1,4 +1,4 @@
 # The live source's readers of outside bytes.
-foreach(name log_message log_prefix set_listing)
+foreach(name log_message log_prefix nft_listing)
     velm_fuzzer(${name} fuzz_${name}.cpp LIBS kdi_objects)
 endforeach()

@@ -139,6 +139,7 @@ int Statistics(lua_State* L) {
         {"entries", numbers.entries},
         {"dropped", numbers.dropped},
         {"lost", numbers.lost},
+        {"unlogged", numbers.unlogged},
         {"overruns", numbers.overruns},
         {"connectionEnds", numbers.connection_ends},
         {"foreignPrefixes", numbers.foreign_prefixes},

@@ -1,41 +1,37 @@
 #pragma once
 
 #include <cstdint>
-#include <memory>
 #include <string>
 #include <vector>
 
-#include "SetListing.h"
+#include "Listing.h"
+#include "Nftables.h"
 #include "kdi/kdi.h"
-
-struct nft_ctx;
 
 namespace Kdi {
 
-// The kernel's set of blocked addresses: `blocked4` of the table `inet velm`. Operations give 0 or
-// an errno value, and then Error() has the words. ENOENT: the table or the set is not there. Each
-// is one transaction: all of it or nothing.
+// The kernel's set of blocked addresses. Operations give 0 or an errno value, and then Error() has
+// the words. ENOENT: the table or the set is not there.
 class BlockSet {
 public:
     static constexpr const char* NAME = "set inet velm blocked4";
 
-    BlockSet();
+    explicit BlockSet(Nftables& nftables) : m_Nftables(nftables) {}
 
-    // An address that is there gets the new time.
+    // Of an address that is there the time may stay as it is.
     int Add(const std::vector<kdi_block_s>& blocks);
+    // An address that is there gets the new time. Who listens to the kernel hears of deletions.
+    int Renew(const std::vector<kdi_block_s>& blocks);
     // Addresses that are not there are none the worse.
-    int Remove(const std::vector<uint32_t>& addresses);
+    int Remove(uint32_t address);
     int Read(std::vector<SetElement>& elements);
 
     const std::string& Error() const { return m_Error; }
 
 private:
-    struct Freer {
-        void operator()(nft_ctx* context) const;
-    };
-    int Run(const std::string& command);
+    int Run(const std::string& commands);
 
-    std::unique_ptr<nft_ctx, Freer> m_Context;
+    Nftables& m_Nftables;
     std::string m_Error;
 };
 

@@ -27,7 +27,7 @@ public:
     kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
     void HoldBack(int64_t usec) override { m_HoldBack = usec; }
     int Block(const kdi_blacklist_s& record) override;
-    void GetStatistics(kdi_statistics_s& statistics) const override { statistics = m_Statistics; }
+    void GetStatistics(kdi_statistics_s& statistics) override { statistics = m_Statistics; }
     std::vector<kdi_block_s> ListBlocks() override { return m_Blocks.List(Now()); }
     int Unblock(uint32_t address) override;
     int RestoreBlocks(const kdi_block_s* blocks, unsigned int count) override;

@@ -122,7 +122,11 @@ void kdi_get_error(kdi_handle_t handle, char* buffer, unsigned int size) {
 }
 
 void kdi_get_statistics(kdi_handle_t handle, kdi_statistics_s* statistics) {
-    handle->source->GetStatistics(*statistics);
+    try {
+        handle->source->GetStatistics(*statistics);
+    } catch (const std::exception&) {
+        *statistics = {};
+    }
 }
 
 const char* kdi_describe(kdi_handle_t handle) {

@@ -63,8 +63,17 @@ int LiveBlocks::NoteResult(int error) {
     return error;
 }
 
-int LiveBlocks::Put(const std::vector<kdi_block_s>& blocks) {
-    return m_Set ? NoteResult(m_Set->Add(blocks)) : 0;
+int LiveBlocks::Renew(const std::vector<kdi_block_s>& blocks) {
+    return m_Set ? NoteResult(m_Set->Renew(blocks)) : 0;
+}
+
+// A new address is added only: renewing makes the kernel tell of a deletion, and the set would be
+// looked at for each.
+int LiveBlocks::Put(uint32_t address, int64_t until, int64_t now) {
+    if (!HasRoomFor(address)) return Full();
+    const kdi_block_s block{address, RemainingMsec(until, now)};
+    if (m_Known.Until(address) != 0) return Renew({block});
+    return m_Set ? NoteResult(m_Set->Add({block})) : 0;
 }
 
 int LiveBlocks::Block(uint32_t address, uint32_t msec, int64_t now) {
@@ -79,7 +88,7 @@ int LiveBlocks::Block(uint32_t address, uint32_t msec, int64_t now) {
     }
     m_Known.Expire(now);
     const int64_t until = std::max(m_Known.Until(address), now + int64_t{msec} * 1000);
-    const int error = HasRoomFor(address) ? Put({{address, RemainingMsec(until, now)}}) : Full();
+    const int error = Put(address, until, now);
     // A set that is not there yet gets the block when it comes.
     if (error == 0 || error == ENOENT) m_Known.Block(address, until);
     ++(error == 0 ? m_Accepted : m_Failed);
@@ -101,7 +110,7 @@ int LiveBlocks::Unblock(uint32_t address, int64_t now) {
         m_Error = AddressText(address) + " is not blocked";
         return ENOENT;
     }
-    const int error = m_Set ? NoteResult(m_Set->Remove({address})) : 0;
+    const int error = m_Set ? NoteResult(m_Set->Remove(address)) : 0;
     // Where there is no set, nothing is blocked.
     if (error != 0 && error != ENOENT) return error;
     m_Known.Unblock(address, now);
@@ -122,7 +131,7 @@ int LiveBlocks::Restore(const kdi_block_s* blocks, unsigned int count, int64_t n
             ++m_Failed;
         }
     }
-    const int error = Put(m_Known.List(now));
+    const int error = Renew(m_Known.List(now));
     return error == 0 && !fits ? Full() : error;
 }
 
@@ -170,11 +179,11 @@ void LiveBlocks::Check(int64_t now) {
     m_LastCheck = now;
     m_Changed = false;
     m_Known.Expire(now);
-    if (!m_Set) return;
+    if (!m_Set || (m_Known.Empty() && !m_SetFails)) return;
     std::vector<SetElement> elements;
     if (NoteResult(m_Set->Read(elements)) != 0) return;
     const std::vector<kdi_block_s> missing = Missing(elements, now);
-    if (missing.empty() || Put(missing) != 0) return;
+    if (missing.empty() || Renew(missing) != 0) return;
     m_Repaired += missing.size();
     m_Messages.Put("blocks that were missing in " + std::string(BlockSet::NAME) +
                    " and were put back: " + std::to_string(missing.size()));

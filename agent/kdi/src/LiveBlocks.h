@@ -47,7 +47,8 @@ private:
 
     // Why the address is never blocked; empty if it may be.
     std::string Protection(uint32_t address) const;
-    int Put(const std::vector<kdi_block_s>& blocks);
+    int Put(uint32_t address, int64_t until, int64_t now);
+    int Renew(const std::vector<kdi_block_s>& blocks);
     int NoteResult(int error);
     bool HasRoomFor(uint32_t address) const;
     int Full();

@@ -17,6 +17,9 @@ constexpr unsigned int RECEIVE_BUFFER = 8 * 1024 * 1024;  // bytes
 // Losses are told no more often than this.
 constexpr int64_t BETWEEN_LOSSES = 10'000'000;  // microseconds
 
+// The ruleset's counters are read no more often than this.
+constexpr int64_t BETWEEN_COUNTERS = 1'000'000;  // microseconds
+
 enum Number : uint32_t { WAKE_UP, HOST, RULESET, PACKETS, CONNECTIONS };
 
 unsigned int BufferSize(const LiveSource::Options& options) {
@@ -28,11 +31,6 @@ NetlinkSocket ConnectionSocket(const LiveSource::Options& options) {
     NetlinkSocket socket(NETLINK_NETFILTER, BufferSize(options));
     socket.Join(NFNLGRP_CONNTRACK_DESTROY);
     return socket;
-}
-
-template <typename T>
-std::unique_ptr<T> UnlessDry(const LiveSource::Options& options) {
-    return options.dryRun ? nullptr : std::make_unique<T>();
 }
 
 std::string Describe(const LiveSource::Options& options) {
@@ -47,8 +45,8 @@ LiveSource::LiveSource(const Options& options)
     : m_Options(options),
       m_Connections(ConnectionSocket(options)),
       m_Log(options.group, BufferSize(options)),
-      m_Monitor(UnlessDry<RulesetMonitor>(options)),
-      m_Set(UnlessDry<BlockSet>(options)),
+      m_Monitor(options.dryRun ? nullptr : std::make_unique<RulesetMonitor>()),
+      m_Set(options.dryRun ? nullptr : std::make_unique<BlockSet>(m_Nftables)),
       m_Blocks(m_Host, m_Options.allowed, m_Set.get(), m_Messages) {
     m_Poller.Add(m_WakeUp.Descriptor(), WAKE_UP);
     m_Poller.Add(m_Host.Descriptor(), HOST);
@@ -187,9 +185,25 @@ std::vector<kdi_block_s> LiveSource::ListBlocks() {
     return m_Blocks.List(SteadyUsec());
 }
 
-void LiveSource::GetStatistics(kdi_statistics_s& statistics) const {
+// A ruleset of another making has no such counters.
+void LiveSource::ReadCounters(int64_t now) {
+    if (now - m_CountersReadAt < BETWEEN_COUNTERS) return;
+    m_CountersReadAt = now;
+    if (m_Nftables.Run("list counters table inet velm\n") != 0) return;
+    const auto counters = ParseCounterListing(m_Nftables.Output());
+    const auto read = [&](const char* name, uint64_t& count) {
+        const auto found = counters.find(name);
+        if (found != counters.end()) count = found->second;
+    };
+    read("blocked", m_Statistics.dropped);
+    read("unlogged", m_Statistics.unlogged);
+}
+
+void LiveSource::GetStatistics(kdi_statistics_s& statistics) {
+    const int64_t now = SteadyUsec();
+    ReadCounters(now);
     statistics = m_Statistics;
-    m_Blocks.GetStatistics(SteadyUsec(), statistics);
+    m_Blocks.GetStatistics(now, statistics);
 }
 
 }  // namespace Kdi

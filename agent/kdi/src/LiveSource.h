@@ -12,6 +12,7 @@
 #include "LogMessage.h"
 #include "Messages.h"
 #include "NetlinkSocket.h"
+#include "Nftables.h"
 #include "Poller.h"
 #include "RulesetMonitor.h"
 #include "Source.h"
@@ -35,7 +36,7 @@ public:
 
     kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
     int Block(const kdi_blacklist_s& record) override;
-    void GetStatistics(kdi_statistics_s& statistics) const override;
+    void GetStatistics(kdi_statistics_s& statistics) override;
     std::vector<kdi_block_s> ListBlocks() override;
     int Unblock(uint32_t address) override;
     int RestoreBlocks(const kdi_block_s* blocks, unsigned int count) override;
@@ -44,6 +45,8 @@ public:
     bool TakeMessage(std::string& text) override { return m_Messages.Take(text); }
 
 private:
+    static constexpr int64_t LONG_AGO = INT64_MIN / 2;  // of the steady clock
+
     bool TakeEntry(velm_log_entry_s& entry);
     bool TakePacket(const nlmsghdr& message, velm_log_entry_s& entry);
     bool TakeConnectionEnd(const nlmsghdr& message, velm_log_entry_s& entry);
@@ -56,6 +59,7 @@ private:
     void NoteHostChanges();
     void Maintain(int64_t now);
     void TellLosses(int64_t now);
+    void ReadCounters(int64_t now);
     int Keep(int error);
 
     Options m_Options;
@@ -65,6 +69,7 @@ private:
     NetlinkSocket m_Connections;
     LogGroup m_Log;
     std::unique_ptr<RulesetMonitor> m_Monitor;  // none in a dry run, as of the set
+    Nftables m_Nftables;
     std::unique_ptr<BlockSet> m_Set;
     LiveBlocks m_Blocks;
     Poller m_Poller;
@@ -76,7 +81,8 @@ private:
     kdi_statistics_s m_Statistics;
     uint64_t m_ToldLost = 0;
     uint64_t m_ToldOverruns = 0;
-    int64_t m_ToldAt = INT64_MIN / 2;  // steady
+    int64_t m_ToldAt = LONG_AGO;
+    int64_t m_CountersReadAt = LONG_AGO;
 };
 
 }  // namespace Kdi

@@ -26,7 +26,7 @@ int NullSource::Block(const kdi_blacklist_s& record) {
     return 0;
 }
 
-void NullSource::GetStatistics(kdi_statistics_s& statistics) const {
+void NullSource::GetStatistics(kdi_statistics_s& statistics) {
     statistics = {};
     statistics.blocks_now = m_Blocks.List(SteadyUsec()).size();
     statistics.blocks_accepted = m_Accepted;

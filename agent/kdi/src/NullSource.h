@@ -11,7 +11,7 @@ class NullSource : public Source {
 public:
     kdi_next_result Next(unsigned int timeoutMsec, velm_log_entry_s& entry) override;
     int Block(const kdi_blacklist_s& record) override;
-    void GetStatistics(kdi_statistics_s& statistics) const override;
+    void GetStatistics(kdi_statistics_s& statistics) override;
     std::vector<kdi_block_s> ListBlocks() override;
     int Unblock(uint32_t address) override;
     int RestoreBlocks(const kdi_block_s* blocks, unsigned int count) override;

@@ -20,7 +20,7 @@ public:
     virtual void HoldBack(int64_t) {}
     // Acts on a record that was checked. 0 or an errno value.
     virtual int Block(const kdi_blacklist_s& record) = 0;
-    virtual void GetStatistics(kdi_statistics_s& statistics) const = 0;
+    virtual void GetStatistics(kdi_statistics_s& statistics) = 0;
 
     // Blocks in force, in the order of their addresses.
     virtual std::vector<kdi_block_s> ListBlocks() = 0;

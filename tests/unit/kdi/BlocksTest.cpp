@@ -2,8 +2,8 @@
 #include <gtest/gtest.h>
 
 #include "Blacklist.h"
+#include "Listing.h"
 #include "LogGroup.h"
-#include "SetListing.h"
 
 using namespace Kdi;
 
@@ -106,6 +106,24 @@ TEST(SetListingTest, OtherTextsAreRefusedWithTheReason) {
     EXPECT_EQ(ListingError("7"), "it has no set");
     EXPECT_EQ(ListingError(R"({"nftables": [{"set": 7}]})"), "it has no set");
     EXPECT_EQ(ListingError(R"({"nftables": {"set": []}})"), "it has no set");
+}
+
+TEST(CounterListingTest, PacketsByName) {
+    const auto counters = ParseCounterListing(
+        R"({"nftables": [{"metainfo": {}}, {"counter": {"name": "blocked", "packets": 7, "bytes": 280}},
+        {"counter": {"name": "unlogged", "packets": 18446744073709551615}}]})");
+    ASSERT_EQ(counters.size(), 2u);
+    EXPECT_EQ(counters.at("blocked"), 7u);
+    EXPECT_EQ(counters.at("unlogged"), UINT64_MAX);
+}
+
+TEST(CounterListingTest, WhatIsNoCounterIsLeftOut) {
+    for (const char* text :
+         {"", "7", "[]", R"({"nftables": 7})", R"({"nftables": [{"counter": 7}]})",
+          R"({"nftables": [{"counter": {"name": 1, "packets": 2}}]})",
+          R"({"nftables": [{"counter": {"name": "x", "packets": -2}}]})"}) {
+        EXPECT_TRUE(ParseCounterListing(text).empty()) << text;
+    }
 }
 
 }  // namespace

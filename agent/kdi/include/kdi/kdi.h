@@ -60,13 +60,14 @@ struct kdi_block_s {
 struct kdi_statistics_s {
     uint64_t packets = 0;
     uint64_t entries = 0;
-    uint64_t dropped = 0;     // packets of blocked sources; nflog: 0
+    uint64_t dropped = 0;     // packets of blocked sources; nflog: the ruleset's counter `blocked`
     int64_t first_usec = -1;  // time of the first packet since the epoch; -1 before it
     int64_t last_usec = -1;
     uint64_t total_packets = 0;  // of the whole capture
 
     // nflog only.
     uint64_t lost = 0;              // packets that the kernel numbered and that never came
+    uint64_t unlogged = 0;          // denied beyond the ruleset's limits: its counter `unlogged`
     uint64_t overruns = 0;          // times that a socket's buffer was full
     uint64_t connection_ends = 0;   // entries of connection tracking, among `entries`
     uint64_t foreign_prefixes = 0;  // packets whose log prefix is not of the documented form

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -16,5 +17,8 @@ struct SetElement {
 // out. False, with the reason in `error`, if the text is no such listing.
 bool ParseSetListing(const std::string& json, std::vector<SetElement>& elements,
                      std::string& error);
+
+// Reads nftables' JSON listing of counters: their packets, by name. What is no counter is left out.
+std::map<std::string, uint64_t> ParseCounterListing(const std::string& json);
 
 }  // namespace Kdi

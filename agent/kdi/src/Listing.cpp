@@ -1,4 +1,4 @@
-#include "SetListing.h"
+#include "Listing.h"
 
 #include <arpa/inet.h>
 
@@ -59,6 +59,19 @@ bool ParseSetListing(const std::string& json, std::vector<SetElement>& elements,
         if (ReadElement(value, element)) elements.push_back(element);
     }
     return true;
+}
+
+std::map<std::string, uint64_t> ParseCounterListing(const std::string& json) {
+    std::map<std::string, uint64_t> counters;
+    const Json root = Json::parse(json, nullptr, false);
+    for (const Json& object : Member(root, "nftables")) {
+        const Json& counter = Member(object, "counter");
+        const Json& name = Member(counter, "name");
+        const Json& packets = Member(counter, "packets");
+        if (name.is_string() && packets.is_number_unsigned())
+            counters[name.get<std::string>()] = packets.get<uint64_t>();
+    }
+    return counters;
 }
 
 }  // namespace Kdi
