@@ -2,8 +2,8 @@
 //
 //   flood INTERFACE HARDWARE_ADDRESS ADDRESS repeats|distinct SECONDS PACKETS_PER_SECOND
 //
-// The two addresses are the receiver's. "repeats" sends one packet again and again; "distinct" gives
-// each a source address and port of its own.
+// The two addresses are the receiver's. "repeats" sends one packet again and again; "distinct"
+// gives each a source address and port of its own.
 
 #include <arpa/inet.h>
 #include <linux/if_packet.h>
@@ -130,8 +130,9 @@ int main(int argc, char** argv) {
         std::sscanf(argv[2], "%x:%x:%x:%x:%x:%x", &hardware[0], &hardware[1], &hardware[2],
                     &hardware[3], &hardware[4], &hardware[5]) != ETH_ALEN ||
         inet_aton(argv[3], &destination) == 0) {
-        std::fprintf(stderr,
-                     "usage: flood INTERFACE HARDWARE_ADDRESS ADDRESS repeats|distinct SECONDS RATE\n");
+        std::fprintf(
+            stderr,
+            "usage: flood INTERFACE HARDWARE_ADDRESS ADDRESS repeats|distinct SECONDS RATE\n");
         return 2;
     }
     Sender sender(argv[1], FirstFrame(hardware, destination));

@@ -7,7 +7,7 @@ build=(g++ cmake ninja-build pkg-config libwxgtk3.2-dev liblua5.2-dev libssl-dev
        nlohmann-json3-dev libmnl-dev libnetfilter-log-dev libnetfilter-conntrack-dev
        libnftables-dev libgtest-dev libgmock-dev)
 test=(lua5.2 python3 tcpdump binutils tzdata nftables iproute2 conntrack nmap mandoc man-db
-      tshark rsyslog)
+      tshark openssl rsyslog)
 fuzz=(clang-14 libclang-rt-14-dev)
 format=(clang-format-14 clang-tidy-14)
 bench=(libbenchmark-dev python3 tcpdump ulogd2 nftables iproute2)

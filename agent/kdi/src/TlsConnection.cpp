@@ -22,6 +22,7 @@ class TlsConnection::ClientSide : public TlsListener {
 public:
     explicit ClientSide(TlsConnection& connection) : m_Connection(connection) {}
     void OnHandshake(uint8_t kind, const std::vector<uint8_t>& body, uint32_t length) override {
+        if (m_Connection.m_Done) return;  // the rest of a piece
         if (kind == TLS_CLIENT_HELLO) m_Connection.ReadClientHello(body);
         if (kind == TLS_CLIENT_KEY_EXCHANGE) m_Connection.ReadKeyExchange(body, length);
         if (kind == TLS_SERVER_HELLO) m_Connection.End(TlsOutcome::Malformed);
@@ -36,7 +37,7 @@ class TlsConnection::ServerSide : public TlsListener {
 public:
     explicit ServerSide(TlsConnection& connection) : m_Connection(connection) {}
     void OnHandshake(uint8_t kind, const std::vector<uint8_t>& body, uint32_t) override {
-        if (m_Connection.m_HasServerHello) return;  // the rest is not looked at
+        if (m_Connection.m_Done || m_Connection.m_HasServerHello) return;
         if (kind == TLS_SERVER_HELLO)
             m_Connection.ReadServerHello(body);
         else
@@ -64,8 +65,10 @@ void TlsConnection::FeedServer(const uint8_t* bytes, size_t length) {
 
 // Only the first outcome counts: what comes behind it is not the first handshake's.
 void TlsConnection::End(TlsOutcome outcome) {
-    if (m_Outcome == TlsOutcome::None) m_Outcome = outcome;
-    if (outcome == TlsOutcome::Malformed || outcome == TlsOutcome::NotTls) m_Done = true;
+    if (m_Outcome != TlsOutcome::None) return;
+    m_Outcome = outcome;
+    m_Done = outcome == TlsOutcome::Malformed || outcome == TlsOutcome::NotTls ||
+             m_Exchange == KeyExchange::Tls13;
 }
 
 void TlsConnection::ReadClientHello(const std::vector<uint8_t>& body) {
@@ -94,6 +97,7 @@ void TlsConnection::ReadKeyExchange(const std::vector<uint8_t>& body, uint32_t l
 }
 
 void TlsConnection::ChangeClientKeys() {
+    if (m_Done) return;
     ++m_Changes;
     if (!m_HasClientHello) return End(TlsOutcome::Malformed);
     Decide();
@@ -101,11 +105,9 @@ void TlsConnection::ChangeClientKeys() {
 
 void TlsConnection::Decide() {
     if (m_Outcome != TlsOutcome::None || !m_HasServerHello) return;
-    if (m_Exchange == KeyExchange::Tls13) {
-        m_Done = true;
-        return End(TlsOutcome::OtherKeyExchange);
-    }
-    if (m_HasKeyExchange)
+    if (m_Exchange == KeyExchange::Tls13)
+        End(TlsOutcome::OtherKeyExchange);
+    else if (m_HasKeyExchange)
         m_Exchange == KeyExchange::Rsa ? DecideRsa() : End(TlsOutcome::OtherKeyExchange);
     else if (m_Changes != 0)
         End(TlsOutcome::Resumed);

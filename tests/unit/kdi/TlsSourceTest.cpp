@@ -66,10 +66,10 @@ Bytes Secret(uint8_t minor = 3) {
     return Bytes{3, minor} + Bytes(46, 0x77);
 }
 
-class TlsSourceTest : public testing::Test {
+class TlsSourceConcurrencyTest : public testing::Test {
 protected:
-    TlsSourceTest() : m_KeyLog(m_Capture.Path() + ".keys") {}
-    ~TlsSourceTest() override {
+    TlsSourceConcurrencyTest() : m_KeyLog(m_Capture.Path() + ".keys") {}
+    ~TlsSourceConcurrencyTest() override {
         if (m_Tls) kdi_tls_close(m_Tls);
         std::remove(m_KeyLog.c_str());
     }
@@ -130,7 +130,7 @@ protected:
 
 }  // namespace
 
-TEST_F(TlsSourceTest, RequestIsAsTheRecordHasIt) {
+TEST_F(TlsSourceConcurrencyTest, RequestIsAsTheRecordHasIt) {
     Handshake(40000);
     Reader reader([](const ssl_request_st&, const Bytes& data) {
         EXPECT_EQ(data, KeyExchangeBody());
@@ -153,7 +153,7 @@ TEST_F(TlsSourceTest, RequestIsAsTheRecordHasIt) {
     EXPECT_EQ(lines[1].substr(0, 26), "PMS_CLIENT_RANDOM c1c1c1c1");
 }
 
-TEST_F(TlsSourceTest, AnswersThatFitNotAreFailures) {
+TEST_F(TlsSourceConcurrencyTest, AnswersThatFitNotAreFailures) {
     for (uint16_t port = 40000; port < 40006; ++port)
         Handshake(port);
     const std::vector<Bytes> answers = {{},
@@ -172,7 +172,7 @@ TEST_F(TlsSourceTest, AnswersThatFitNotAreFailures) {
     EXPECT_EQ(KeyLogLines().size(), 2u);
 }
 
-TEST_F(TlsSourceTest, MoreHandshakesThanMayWaitAreAllAnswered) {
+TEST_F(TlsSourceConcurrencyTest, MoreHandshakesThanMayWaitAreAllAnswered) {
     for (uint16_t port = 40000; port < 40300; ++port)
         Handshake(port);
     Reader reader([](const ssl_request_st&, const Bytes&) { return Secret(); });
@@ -183,7 +183,7 @@ TEST_F(TlsSourceTest, MoreHandshakesThanMayWaitAreAllAnswered) {
     EXPECT_EQ(KeyLogLines().size(), 600u);
 }
 
-TEST_F(TlsSourceTest, WithoutAReaderTheEndComesAllTheSame) {
+TEST_F(TlsSourceConcurrencyTest, WithoutAReaderTheEndComesAllTheSame) {
     for (uint16_t port = 40000; port < 40100; ++port)
         Handshake(port);
     Open(50);
@@ -201,7 +201,7 @@ TEST_F(TlsSourceTest, WithoutAReaderTheEndComesAllTheSame) {
     EXPECT_TRUE(KeyLogLines().empty());
 }
 
-TEST_F(TlsSourceTest, CloseEndsTheWaitingForAnswers) {
+TEST_F(TlsSourceConcurrencyTest, CloseEndsTheWaitingForAnswers) {
     for (uint16_t port = 40000; port < 40100; ++port)
         Handshake(port);
     Open(3600000);
@@ -211,7 +211,7 @@ TEST_F(TlsSourceTest, CloseEndsTheWaitingForAnswers) {
     Reader reader([](const ssl_request_st&, const Bytes&) { return Secret(); });
 }
 
-TEST_F(TlsSourceTest, DamagedCaptureFailsBehindWhatIsSound) {
+TEST_F(TlsSourceConcurrencyTest, DamagedCaptureFailsBehindWhatIsSound) {
     Handshake(40000);
     Handshake(40001);
     Bytes content = m_Capture.Content();
@@ -236,7 +236,7 @@ TEST_F(TlsSourceTest, DamagedCaptureFailsBehindWhatIsSound) {
     EXPECT_EQ(statistics.incomplete, 1u);
 }
 
-TEST_F(TlsSourceTest, OtherKeyExchangesHaveNames) {
+TEST_F(TlsSourceConcurrencyTest, OtherKeyExchangesHaveNames) {
     Packet("198.51.100.66", 40000, "198.51.100.10", 443, ClientSide());
     Packet("198.51.100.10", 443, "198.51.100.66", 40000, ServerSide(SUITE_ECDHE));
     Open();
@@ -250,7 +250,7 @@ TEST_F(TlsSourceTest, OtherKeyExchangesHaveNames) {
     EXPECT_EQ(all, 1u);
 }
 
-TEST_F(TlsSourceTest, WhatCannotBeOpenedIsNamed) {
+TEST_F(TlsSourceConcurrencyTest, WhatCannotBeOpenedIsNamed) {
     const kdi_tls_server_s good = {"198.51.100.10", 443, 1};
     const kdi_tls_server_s name = {"server", 443, 1};
     const kdi_tls_server_s noPort = {"2001:db8::1", 0, 1};
