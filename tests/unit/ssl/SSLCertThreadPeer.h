@@ -42,6 +42,14 @@ struct SSLCertThreadPeer {
         const wxMutexLocker lock(thread.m_QueueMutex);
         thread.m_WorkQueue.push_back(item);
     }
+    // Takes the oldest item off the queue; empty if there is none.
+    std::string TakeItem() {
+        const wxMutexLocker lock(thread.m_QueueMutex);
+        if (thread.m_WorkQueue.empty()) return std::string();
+        const std::string item = thread.m_WorkQueue.front();
+        thread.m_WorkQueue.pop_front();
+        return item;
+    }
     // Ends the workers' wait for work.
     void WakeWorkers() {
         const wxMutexLocker lock(thread.m_ConditionMutex);
