@@ -23,6 +23,11 @@ REPLAY_LIMITS = {"mix": 0.8, "flood": 0.4, "repeats": 0.8}
 # Greatest allowed ratio of grep's speed to ours: half of it is enough.
 RETRIEVAL_LIMIT = 2.0
 
+# At least 0.9 of OpenSSL's own speed with the same keys.
+SSL_LIMIT = 1 / 0.9
+# What the way through the SSL service adds to one decryption, in microseconds.
+SSL_LATENCY_LIMIT = 1000
+
 # Google benchmarks whose times are compared: name of the row, subject, reference, greatest ratio.
 PAIRS = (
     ("text of a record / snprintf chain", "RecordText", "RecordTextSnprintf", 1 / 8),
@@ -146,6 +151,45 @@ def compare_benchmarks(table, reports):
                       times[subject] / times[reference], limit)
 
 
+def ssl_service(program):
+    """Microseconds that one request takes: of the clock, and of a processor."""
+    output = subprocess.run([program, "--benchmark_filter=SslThroughput",
+                             "--benchmark_min_time=2", "--benchmark_format=json"],
+                            check=True, stdout=subprocess.PIPE).stdout
+    row = json.loads(output)["benchmarks"][0]
+    clock = 1e6 / row["items_per_second"]
+    return clock, clock * row["cpu_time"] / row["real_time"]
+
+
+def openssl_speed(*options):
+    """Microseconds that a private key operation with 2048 bits takes OpenSSL."""
+    output = subprocess.run(["openssl", "speed", "-mr", "-seconds", "2", *options, "rsa2048"],
+                            check=True, text=True, stdout=subprocess.PIPE,
+                            stderr=subprocess.DEVNULL).stdout
+    totals = [line for line in output.splitlines() if line.startswith("+F2:")]
+    return 1e6 / float(totals[-1].split(":")[3])
+
+
+def compare_ssl(table, programs):
+    program = os.path.join(programs, "bench_ssl")
+    # One process alone counts the time of its processor, several count the clock's.
+    runs = [(*ssl_service(program), openssl_speed("-multi", str(os.cpu_count())), openssl_speed())
+            for _ in range(RUNS)]
+    clock, cpu, speed_clock, speed_cpu = (statistics.median(column) for column in zip(*runs))
+    for name, ours, reference in (("clock", clock, speed_clock), ("CPU", cpu, speed_cpu)):
+        table.add("SSL request, 2048 bits, %s / openssl speed" % name, "%.0f us" % ours,
+                  "%.0f us" % reference, ours / reference, SSL_LIMIT)
+
+
+def compare_ssl_latency(table, reports):
+    for report in reports:
+        with open(report, encoding="utf-8") as file:
+            for row in json.load(file)["benchmarks"]:
+                if "added_us" in row and row.get("aggregate_name", "median") == "median":
+                    table.add("SSL queue's added latency / limit", "%.0f us" % row["added_us"],
+                              "%d us" % SSL_LATENCY_LIMIT, row["added_us"] / SSL_LATENCY_LIMIT, 1)
+
+
 def main():
     parser = argparse.ArgumentParser(description=__doc__,
                                      formatter_class=argparse.RawDescriptionHelpFormatter)
@@ -158,6 +202,8 @@ def main():
     agent = os.path.join(arguments.programs, "velm_agent")
     table = Table()
     compare_benchmarks(table, arguments.reports)
+    compare_ssl_latency(table, arguments.reports)
+    compare_ssl(table, arguments.programs)
     for kind in REPLAY_LIMITS:
         compare_replay(table, agent, arguments.data, kind)
     compare_retrieval(table, agent, arguments.data)
