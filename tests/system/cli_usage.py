@@ -5,20 +5,20 @@ import cli
 
 class Usage(cli.CliTest):
     def test_help_is_on_standard_output(self):
-        for command in ([], ["replay"], ["query"], ["script"]):
+        for command in ([], ["replay"], ["query"], ["check-credential"], ["script"]):
             result = self.run_agent(*command, "--help")
             self.assert_done(result)
             self.assertEqual(result.err, "")
             self.assertIn("Usage: velm_agent" + "".join(" " + word for word in command), result.out)
 
     def test_help_on_a_command_has_examples(self):
-        for command in ("replay", "query", "script"):
+        for command in ("replay", "query", "check-credential", "script"):
             self.assertIn(f"Examples:\n  velm_agent {command} ",
                           self.run_agent(command, "--help").out)
 
     def test_help_names_each_command(self):
         text = self.run_agent("--help").out
-        for command in ("replay", "query", "script"):
+        for command in ("replay", "query", "check-credential", "script"):
             self.assertRegex(text, rf"(?m)^  {command} ")
 
     def test_version(self):
