@@ -3,6 +3,7 @@
 import os
 import pty
 import select
+import termios
 import time
 
 import cli
@@ -144,6 +145,10 @@ class Credential(cli.CliTest):
             self.assertIn("CRSAOpenSSLKey::Create() - ", result.err)
             self.assertNotIn(wrong, result.err + result.out)
 
+    @staticmethod
+    def echoes(terminal):
+        return bool(termios.tcgetattr(terminal)[3] & termios.ECHO)
+
     def at_terminal(self, name, answer):
         """Runs the command at a terminal of its own and gives the exit status and what it shows."""
         child, terminal = pty.fork()
@@ -153,13 +158,13 @@ class Credential(cli.CliTest):
         shown = b""
         end = time.monotonic() + 100
         while time.monotonic() < end:
-            if not select.select([terminal], [], [], 1)[0]:
-                continue
-            try:
-                shown += os.read(terminal, 4096)
-            except OSError:  # the other end is closed
-                break
-            if answer is not None and shown.endswith(b": "):
+            if select.select([terminal], [], [], 0.01)[0]:
+                try:
+                    shown += os.read(terminal, 4096)
+                except OSError:  # the other end is closed
+                    break
+            # The question stands there a moment before the echo is off.
+            elif answer is not None and shown.endswith(b": ") and not self.echoes(terminal):
                 os.write(terminal, answer)
                 answer = None
         _, status = os.waitpid(child, 0)
