@@ -136,7 +136,7 @@ std::string_view TableReader::TopBytes(Digits& digits) {
 std::string TableReader::BytesField(const FieldName& name) {
     PushField(-1, name);
     Digits digits;
-    const std::string bytes(TopBytes(digits));
+    std::string bytes(TopBytes(digits));
     Pop(1);
     return bytes;
 }
@@ -154,8 +154,9 @@ void TableReader::TextField(const FieldName& name, ShortText& text) {
     if (VelmCore::IsUtf8(bytes)) {
         text.assign(bytes);
     } else {
-        const wxScopedCharBuffer read = wxString::FromUTF8(bytes.data(), bytes.size()).utf8_str();
-        text.assign(read.data(), read.length());
+        const wxString read = wxString::FromUTF8(bytes.data(), bytes.size());
+        const wxScopedCharBuffer utf8 = read.utf8_str();
+        text.assign(utf8.data(), utf8.length());
     }
     Pop(1);
 }
