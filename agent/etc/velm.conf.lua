@@ -49,6 +49,8 @@ return {
         -- },
         -- The policy, an XML document with the root SecurityConfiguration.
         -- policyFile = "/etc/velm/policy.xml",
+        -- Where TLS handshakes are looked for.
+        -- tlsSources = {"interface:eth0"},
         -- Servers whose TLS handshakes are looked into, if their certificate has an RSA key that the
         -- policy names: hostConfiguration is the id of its SSLHostConfiguration element.
         -- sslServers = {

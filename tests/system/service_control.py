@@ -225,6 +225,25 @@ class Control(service.ServiceTest):
         # A second, and what the writing itself takes on a busy machine.
         self.assertLess(killed - times[-1], 2.5)
 
+    def test_secrets_of_tls_connections_are_decrypted_into_the_key_log(self):
+        captures = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "captures", "tls")
+        self.write("policy.xml", (
+            '<SecurityConfiguration><SSLCredentials><SSLCredential id="3" name="c" '
+            f'credentialType="PEM" identifier="{captures}/rsa2048.key.pem"/></SSLCredentials>'
+            '<SSLHostConfigurations><SSLHostConfiguration id="7" name="h" sslCredentialId="3"/>'
+            '</SSLHostConfigurations></SecurityConfiguration>'))
+        self.config("""tlsSources = {"pcap:%s/tls-rsa-2048-tls12-aes128gcm.pcap"}, keyLog = "%s",
+            policyFile = "%s", sslServers = {{address = "198.51.100.10", port = 443, hostConfiguration = 7}}"""
+                    % (captures, self.path("keys.log"), self.path("policy.xml")))
+        process = self.start()
+        self.wait_for(lambda: self.status()["ssl_answered_total"] == 1)
+        self.wait_for(lambda: "the capture has come to its end" in self.messages())
+        status = self.status()
+        self.assertEqual((status["ssl_failed_total"], status["ssl_queue_length"]), (0, 0))
+        self.assertEqual(stat.S_IMODE(os.stat(self.path("keys.log")).st_mode), 0o600)
+        self.assertEqual(len(self.read("keys.log").splitlines()), 2)
+        self.assertEqual(self.stop(process), 0)
+
     # What clients may send.
 
     def answer(self, request):

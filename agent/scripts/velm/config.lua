@@ -33,16 +33,21 @@ end
 -- Sources by their form; the driver library says whether one can be opened.
 local SOURCE_FORMS = {"^null$", "^pcap:.", "^nflog:%d+$"}
 
-local function IsSource(name)
-    for _, form in ipairs(SOURCE_FORMS) do
+local TLS_SOURCE_FORMS = {"^interface:.", "^pcap:."}
+
+local function HasForm(name, forms)
+    for _, form in ipairs(forms) do
         if name:find(form) then return true end
     end
 end
 
-local function Sources(value)
-    if not check.IsArrayOfStrings(value) then return "array of strings" end
-    for _, name in ipairs(value) do
-        if not IsSource(name) then return 'array of "nflog:GROUP", "pcap:FILE" and "null"' end
+-- Returns a check for an array of texts of these forms, which are told as `words`.
+local function Sources(forms, words)
+    return function(value)
+        if not check.IsArrayOfStrings(value) then return "array of strings" end
+        for _, name in ipairs(value) do
+            if not HasForm(name, forms) then return "array of " .. words end
+        end
     end
 end
 
@@ -50,12 +55,13 @@ local AGENT_KEYS = {
     logDirectory = "string",
     logName = LogName,
     stateDirectory = "string",
-    sources = Sources,
+    sources = Sources(SOURCE_FORMS, '"nflog:GROUP", "pcap:FILE" and "null"'),
     syslog = "table",
     allow = "strings",
     statisticsFile = "string",
     receiveBuffer = "number",
     policyFile = "string",
+    tlsSources = Sources(TLS_SOURCE_FORMS, '"interface:NAME" and "pcap:FILE"'),
     sslServers = "table",
     keyLog = "string",
     settings = Settings,

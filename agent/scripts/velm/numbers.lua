@@ -42,6 +42,14 @@ local function AddSyslog(values, counts)
     values.syslog_queue_length = counts.queued
 end
 
+local function AddTls(values, counts)
+    local done = counts.decrypted + counts.failed + counts.unanswered + counts.dropped
+    values.ssl_answered_total = counts.decrypted
+    values.ssl_failed_total = counts.failed
+    values.ssl_unanswered_total = counts.unanswered + counts.dropped
+    values.ssl_queue_length = math.max(counts.rsa - done, 0)
+end
+
 function numbers.Collect(run)
     local counts = run.counts
     local entries, lines = service.Entries(), service.Lines()
@@ -60,6 +68,7 @@ function numbers.Collect(run)
     }
     AddSources(values, run.handles)
     AddSyslog(values, run.outlet.Statistics())
+    AddTls(values, run.inspection.Counts())
     return values
 end
 

@@ -7,6 +7,7 @@ local blocks = require "velm.blocks"
 local check = require "velm.check"
 local config = require "velm.config"
 local fail = require "velm.fail"
+local inspection = require "velm.inspection"
 local loop = require "velm.loop"
 local news = require "velm.news"
 local numbers = require "velm.numbers"
@@ -98,6 +99,7 @@ end
 -- What follows once a second, entries or not.
 local function Housekeeping(run)
     loop.Maintain(run.log, run.configuration)
+    run.inspection.Look()
     news.Tell(run)
     SaveBlocks(run)
     numbers.WriteFile(run)
@@ -137,6 +139,7 @@ local function Reload(run)
         KeepFixed(run.agent, agent)
         run.configuration, run.agent = configuration, agent
         run.outlet.Change(agent.syslog, configuration)
+        run.inspection.Change(agent)
         dom:ConditionRaise(CONFIG_UPDATED)
         config.Bring(run.log, configuration)
         run.counts.reloads = run.counts.reloads + 1
@@ -178,7 +181,7 @@ local function Serve(run)
 end
 
 local function Start(run)
-    Require(service.Drop(false), "privileges")
+    Require(service.Drop(inspection.NeedsInterface(run.agent)), "privileges")
     OpenState(run.agent)
     config.Apply(run.agent)
     run.log = OpenLog(run.agent)
@@ -186,6 +189,7 @@ local function Start(run)
     run.outlet.Change(run.agent.syslog, run.configuration)
     OpenSources(run)
     RestoreBlocks(run)
+    run.inspection.Change(run.agent)
     Require(service.Listen(run.agent.stateDirectory .. "/control"), run.agent.stateDirectory .. "/control")
     run.face = {
         version = host.VERSION,
@@ -203,6 +207,7 @@ local function Stop(run)
     service.TellStopping()
     dom:RequestExit()
     local flushed = not run.log or run.log:FlushBufferedData(true)
+    run.inspection.Close()
     run.nextFile = nil
     if run.face then Housekeeping(run) end
     run.outlet.Close()
@@ -228,6 +233,7 @@ local function Run(options)
         agent = agent,
         counts = {logged = 0, events = 0, logFailures = 0, findings = {}, reloads = 0, reloadFailures = 0},
         outlet = outlet.New(),
+        inspection = inspection.New(),
         began = service.Uptime(),
     }
     local ran, failure = xpcall(RunAll, function(what)

@@ -24,9 +24,10 @@ local ROWS = {
     {"syslog_sent_total", "counter", "Messages sent to the syslog receiver."},
     {"syslog_dropped_total", "counter", "Messages that the queue to the syslog receiver had no room for."},
     {"syslog_queue_length", "gauge", "Messages that wait for the syslog receiver."},
-    {"ssl_answered_total", "counter", "Key requests of inspected TLS connections that were answered."},
-    {"ssl_failed_total", "counter", "Key requests that were answered without a key."},
-    {"ssl_queue_length", "gauge", "Key requests that wait for an answer."},
+    {"ssl_answered_total", "counter", "Secrets of inspected TLS connections that were decrypted."},
+    {"ssl_failed_total", "counter", "Secrets that none of the keys decrypts."},
+    {"ssl_unanswered_total", "counter", "Secrets that were not looked at in time, or that found no room."},
+    {"ssl_queue_length", "gauge", "Secrets that wait to be decrypted."},
     {"reloads_total", "counter", "Times that the configuration was read anew."},
     {"reload_failures_total", "counter", "Times that a new configuration was faulty and the old one stayed."},
 }
