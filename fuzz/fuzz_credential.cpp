@@ -51,8 +51,8 @@ std::string FromBase64(const std::string& text) {
     return bytes;
 }
 
-// Whether a DER integer behind an octet string, as a number of hashing rounds stands, is large. Such
-// a container is sound, and takes minutes.
+// Whether a DER integer behind an octet string, as a number of hashing rounds stands, is large.
+// Such a container is sound, and takes minutes.
 bool IsSlow(const std::string& der) {
     for (size_t at = 0; at + 1 < der.size(); ++at) {
         const auto length = static_cast<unsigned char>(der[at + 1]);

@@ -35,9 +35,9 @@ std::string NewCredential() {
     char* pem = nullptr;
     const long length = BIO_get_mem_data(memory, &pem);
     std::string text(static_cast<size_t>(length) * 2, '\0');
-    text.resize(static_cast<size_t>(
-        EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
-                        reinterpret_cast<const unsigned char*>(pem), static_cast<int>(length))));
+    text.resize(static_cast<size_t>(EVP_EncodeBlock(reinterpret_cast<unsigned char*>(text.data()),
+                                                    reinterpret_cast<const unsigned char*>(pem),
+                                                    static_cast<int>(length))));
     BIO_free_all(memory);
     EVP_PKEY_free(key);
     return text;
@@ -97,7 +97,8 @@ void CheckResponse(const ssl_request_st& request) {
     Require(memcmp(header.connectionContext, request.connectionContext,
                    sizeof header.connectionContext) == 0,
             "its context is the request's");
-    Require(response.compare(response.size() - 4, 4, std::string(4, '\0')) == 0, "its tail is zero");
+    Require(response.compare(response.size() - 4, 4, std::string(4, '\0')) == 0,
+            "its tail is zero");
     Require(kdi_testing_take_ssl_response(nullptr, 0) == 0, "it is the only one");
 }
 
