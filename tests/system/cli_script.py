@@ -39,6 +39,14 @@ class Script(cli.CliTest):
                                  "os.exit(3)")
         self.assertEqual(result.status, 3, result)
 
+    def test_a_running_thread_ends_with_the_agent(self):
+        service = "require 'ostrel'\nservice = SLB.ostrel.SSLCertThread(dom)\nservice:Start()\n"
+        for end, status in (("", 0), ("os.exit(4)", 4), ("error 'fault'", 1),
+                            ("service = nil collectgarbage() collectgarbage()", 0),
+                            ("service:RequestExit()", 0),
+                            ("dom:RequestExit() service:Join()", 0)):
+            self.assertEqual(self.run_script(service + end).status, status, end)
+
     def test_uncaught_error_is_told_with_a_traceback(self):
         result = self.run_script("local function f() error('it broke') end\nf()")
         self.assertEqual(result.status, 1)

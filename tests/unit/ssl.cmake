@@ -11,7 +11,9 @@ velm_unit_test(ssl_service_test
     ${dir}/PoolTest.cpp
     ${dir}/ReaderTest.cpp
     ${dir}/RequestTest.cpp
+    ${dir}/ServiceScriptTest.cpp
     ${dir}/WorkerTest.cpp
+    ${PROJECT_SOURCE_DIR}/plugins/ostrel/ostrel.cpp
     LIBS ${SSL_TEST_LIBS})
 
 velm_unit_test(ssl_threads_test ${dir}/SSLThreadsTest.cpp LIBS ${SSL_TEST_LIBS})
