@@ -120,6 +120,27 @@ class Control(service.ServiceTest):
         self.start()
         self.assertLessEqual(self.blocks()["192.0.2.67"], 4294967)
 
+    def test_file_of_events_has_two_generations_of_bounded_size(self):
+        os.mkdir(self.path("state"))
+        old = "{}\n" * (16 << 20)
+        self.write("state/events.jsonl", old)
+        self.start_blocking()
+        self.wait_for(lambda: os.path.exists(self.path("state", "events.jsonl.1")))
+        self.assertTrue(self.read("state", "events.jsonl.1").startswith(old[:100].encode()))
+        self.wait_for(lambda: os.path.exists(self.path("state", "events.jsonl")))
+        self.assertLess(os.stat(self.path("state", "events.jsonl")).st_size, 1000)
+
+    def test_dry_run_neither_keeps_nor_restores_blocks(self):
+        os.mkdir(self.path("state"))
+        kept = "velm blocks 1\n192.0.2.99 99999999999\n"
+        self.write("state/blocks", kept)
+        self.capture("xmas.pcap", tcp(START, 40000, 80, XMAS))
+        self.config('sources = {"null", "pcap:%s"}' % self.path("xmas.pcap"), BLOCKING % 600)
+        process = self.start("--dry-run")
+        self.wait_for(lambda: list(self.blocks()) == ["192.0.2.66"])
+        self.assertEqual(self.stop(process), 0)
+        self.assertEqual(self.read("state", "blocks").decode(), kept)
+
     def test_only_blocks_that_go_on_are_restored(self):
         os.mkdir(self.path("state"))
         self.write("state/blocks", "velm blocks 1\n192.0.2.66 1700000000\n192.0.2.67 %d\n"

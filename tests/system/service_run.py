@@ -37,6 +37,11 @@ class Run(service.ServiceTest):
             ("return {}", "agent.sources names no source"),
             ("return {agent = {sources = {'null'}, x = 1}}", "unknown key agent.x"),
             ("return {", "unexpected symbol"),
+            ("return {agent = {sources = {'nflog:65536'}}}", "nflog:65536: the greatest group is 65535"),
+            ("return {agent = {sources = {'null'}, allow = {'10.0.0.0/33'}}}", "'10.0.0.0/33' is no"),
+            ("return {agent = {sources = {'null'}, allow = {'10.0.0/8'}}}", "'10.0.0/8' is no"),
+            ("return {agent = {sources = {'null'}, receiveBuffer = -1}}", "agent.receiveBuffer: integer"),
+            ("return {agent = {sources = {'null'}, tlsSources = {'eth0'}}}", "agent.tlsSources: array of"),
             ("return {agent = {sources = {'null'}}, packetFilterLog = {ignoreIpList = "
              "{name = 'lab', items = '10.0.0.1, 10.0.0.0/33'}}}", "'lab': '10.0.0.0/33' is no"),
             ("return {agent = {sources = {'null'}, policyFile = '/none.xml'}}", "/none.xml"),

@@ -32,8 +32,8 @@ ControlServer::~ControlServer() {
     unlink(m_Path.c_str());
 }
 
-// The mask, and not a later chmod, keeps others out from the first moment on. No other thread makes
-// files yet.
+// The mask, and not a later chmod, keeps others out from the first moment on. It is the whole
+// process's: a file that another thread makes at this moment is the owner's alone, too.
 std::string ControlServer::Open(const std::string& path) {
     sockaddr_un address{};
     if (!MakeControlAddress(path, address)) return kControlPathTooLong;

@@ -45,6 +45,11 @@ local function Same(former, ends)
     return true
 end
 
+-- A keeper for a service that only pretends to block: it keeps nothing and knows nothing.
+function blocks.NoKeeper()
+    return {Save = function() end, Load = function() return {} end}
+end
+
 -- A keeper for the file. Its Save writes what has changed and returns nil, or why it could not.
 function blocks.Keeper(path)
     local former = {}

@@ -1,5 +1,6 @@
 -- What the service asks of a configuration beyond the types of its values. Raises the first fault.
 
+local IsAddress = require "velm.address"
 local config = require "velm.config"
 local fail = require "velm.fail"
 require "ostrel"
@@ -20,8 +21,37 @@ local function CheckLists(path, configuration)
     end
 end
 
+local MAX_GROUP = 65535
+
+local function CheckSources(path, names)
+    if not names or not names[1] then fail(2, path, "agent.sources names no source") end
+    for _, name in ipairs(names) do
+        local group = name:match("^nflog:(%d+)$")
+        if group and tonumber(group) > MAX_GROUP then
+            fail(2, path, ("agent.sources: %s: the greatest group is %d"):format(name, MAX_GROUP))
+        end
+    end
+end
+
+-- What has a colon is left to the driver library.
+local function IsNetwork(text)
+    if text:find(":", 1, true) then return true end
+    local address, bits = text:match("^([^/]*)/?(%d*)$")
+    return address and IsAddress(address) and (bits == "" or tonumber(bits) <= 32)
+        and (bits ~= "" or not text:find("/", 1, true))
+end
+
+local function CheckAllowed(path, names)
+    for _, name in ipairs(names or {}) do
+        if not IsNetwork(name) then
+            fail(2, path, ("agent.allow: '%s' is no address or network"):format(name))
+        end
+    end
+end
+
 return function(path, configuration, agent)
     local name = path ~= "" and path or "configuration"
-    if not agent.sources or not agent.sources[1] then fail(2, name, "agent.sources names no source") end
+    CheckSources(name, agent.sources)
+    CheckAllowed(name, agent.allow)
     CheckLists(name, configuration)
 end

@@ -51,6 +51,14 @@ local function Sources(forms, words)
     end
 end
 
+local MAX_BUFFER = 2 ^ 30
+
+local function Buffer(value)
+    if type(value) ~= "number" or value % 1 ~= 0 or value < 0 or value > MAX_BUFFER then
+        return ("integer from 0 to %.0f"):format(MAX_BUFFER)
+    end
+end
+
 local AGENT_KEYS = {
     logDirectory = "string",
     logName = LogName,
@@ -59,7 +67,7 @@ local AGENT_KEYS = {
     syslog = "table",
     allow = "strings",
     statisticsFile = "string",
-    receiveBuffer = "number",
+    receiveBuffer = Buffer,
     policyFile = "string",
     tlsSources = Sources(TLS_SOURCE_FORMS, '"interface:NAME" and "pcap:FILE"'),
     sslServers = "table",

@@ -6,6 +6,7 @@ local answers = require "velm.answers"
 local blocks = require "velm.blocks"
 local check = require "velm.check"
 local config = require "velm.config"
+local events = require "velm.events"
 local fail = require "velm.fail"
 local inspection = require "velm.inspection"
 local loop = require "velm.loop"
@@ -39,7 +40,7 @@ local function OpenState(agent)
     local directory = agent.stateDirectory
     Require(service.TakeState(directory), directory)
     Require(service.OpenSettings(directory .. "/settings.db"), "settings")
-    Require(service.OpenEvents(directory .. "/events.jsonl"), "events")
+    Require(events.Open(directory), "events")
 end
 
 -- A line that a former service was writing when it was killed is ended, so that it costs no other.
@@ -81,7 +82,8 @@ end
 
 -- A list that can't be read costs the blocks of before, not the service.
 local function RestoreBlocks(run)
-    run.keeper = blocks.Keeper(run.agent.stateDirectory .. "/blocks")
+    run.keeper = run.dryRun and blocks.NoKeeper()
+        or blocks.Keeper(run.agent.stateDirectory .. "/blocks")
     local list, reason = run.keeper.Load()
     if not list then return say("blocks", "the kept list " .. reason) end
     if not list[1] then return end
@@ -103,6 +105,7 @@ local function Housekeeping(run)
     news.Tell(run)
     SaveBlocks(run)
     numbers.WriteFile(run)
+    events.Rotate(run.agent.stateDirectory)
 end
 
 -- Returns the new configuration, or raises; nothing has changed then.
