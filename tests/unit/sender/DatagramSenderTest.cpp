@@ -54,7 +54,7 @@ TEST_F(UdpSenderConcurrencyTest, ReceiverThatComesBackGetsMessagesAgain) {
     SyslogSender sender(Target(), 100);
     m_Port.Close();
     sender.Post("lost, since nobody tells that it was not taken");
-    std::this_thread::sleep_for(milliseconds(50));
+    ASSERT_TRUE(WaitFor([&sender] { return sender.Statistics().sent == 1; }));
     m_Port.Reopen(SOCK_DGRAM);
     sender.Post("two");
     EXPECT_EQ(Receive(m_Port.Get()), "two");
