@@ -40,7 +40,7 @@ class Live(service.ServiceTest):
         self.host = namespaces.Namespace(self, "h")
         self.attacker = namespaces.Namespace(self, "a")
         self.client = namespaces.Namespace(self, "c")
-        _, self.wire = namespaces.wire(self.host, HOST + "/24", self.attacker, *(a + "/24" for a in SCANS))
+        self.inner, self.wire = namespaces.wire(self.host, HOST + "/24", self.attacker, *(a + "/24" for a in SCANS))
         namespaces.wire(self.host, CLIENT_SIDE + "/24", self.client, CLIENT + "/24")
         self.host.run("nft", "-f", RULES)
 
@@ -156,6 +156,19 @@ for port in range(1024, 65536):
     time.sleep(0.002)
 """
 
+# Sends the frames of a little-endian capture file on an interface.
+FRAMES = """
+import socket, struct, sys
+sender = socket.socket(socket.AF_PACKET, socket.SOCK_RAW)
+sender.bind((sys.argv[1], 0))
+data = open(sys.argv[2], "rb").read()
+at = 24
+while at < len(data):
+    length = struct.unpack_from("<I", data, at + 8)[0]
+    sender.send(data[at + 16:at + 16 + length])
+    at += 16 + length
+"""
+
 
 class Ends(Live):
     tools = ("nmap",)
@@ -208,6 +221,36 @@ class Ends(Live):
         self.assert_done(self.ask("unblock", "10.0.7.1"))
         self.assertEqual(len(self.kernel_set()), 4999)
         self.assertEqual(len(self.blocks()), 4999)
+
+    def test_blocks_wait_for_a_table_that_is_loaded_later(self):
+        self.host.run("nft", "delete", "table", "inet", "velm")
+        self.live_config()
+        os.mkdir(self.path("state"))
+        self.write("state/blocks", "velm blocks 1\n192.0.2.12 %d\n" % (time.time() + 3600))
+        process = self.start()
+        self.assertEqual(list(self.blocks()), ["192.0.2.12"])
+        self.stop(process)
+        self.assertIn(b"192.0.2.12", self.read("state", "blocks"))
+        self.start()
+        self.host.run("nft", "-f", RULES)
+        self.wait_for(lambda: "192.0.2.12" in self.kernel_set())
+
+    def test_handshakes_on_an_interface_are_decrypted(self):
+        captures = os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "captures", "tls")
+        self.write("policy.xml", (
+            '<SecurityConfiguration><SSLCredentials><SSLCredential id="3" name="c" '
+            f'credentialType="PEM" identifier="{captures}/rsa2048.key.pem"/></SSLCredentials>'
+            '<SSLHostConfigurations><SSLHostConfiguration id="7" name="h" sslCredentialId="3"/>'
+            '</SSLHostConfigurations></SecurityConfiguration>'))
+        self.live_config("""tlsSources = {"interface:%s"}, keyLog = "%s", policyFile = "%s",
+            sslServers = {{address = "198.51.100.10", port = 443, hostConfiguration = 7}}"""
+                         % (self.inner, self.path("keys.log"), self.path("policy.xml")))
+        self.start()
+        self.wait_for(lambda: f"interface:{self.inner}: inspected" in self.messages())
+        self.attacker.run(sys.executable, "-c", FRAMES, self.wire,
+                          captures + "/tls-rsa-2048-tls12-aes128gcm.pcap")
+        self.wait_for(lambda: self.status()["ssl_answered_total"] == 1)
+        self.assertEqual(len(self.read("keys.log").splitlines()), 2)
 
     def test_reloads_under_load_lose_and_repeat_nothing(self):
         self.live_config(rest="packetFilterLog = {cacheSize = 1024}, probeConfigurationMap = {}")
