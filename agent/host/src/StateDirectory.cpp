@@ -32,7 +32,7 @@ std::string Holder(int fd) {
     char text[32] = "";
     const ssize_t got = pread(fd, text, sizeof(text) - 1, 0);
     std::string number(text, got > 0 ? static_cast<size_t>(got) : 0);
-    number.erase(number.find_last_not_of("\n") + 1);
+    number.erase(number.find_last_not_of('\n') + 1);
     return number.empty() ? "another process" : "process " + number;
 }
 

@@ -64,9 +64,10 @@ TEST_F(SSLServiceScript, ADroppedServiceIsCollectedWhenItsThreadHasEnded) {
 }
 
 TEST_F(SSLServiceScript, WithoutTheAgentsClassesTheServiceHasItsOwnMethodsOnly) {
-    EXPECT_EQ(luaL_dostring(L, "assert(service.Start == nil)"
-                               "assert(service.OnSecurityConfigurationChanged ~= nil)"
-                               "service:OnSecurityConfigurationChanged()"),
+    EXPECT_EQ(luaL_dostring(L,
+                            "assert(service.Start == nil)"
+                            "assert(service.OnSecurityConfigurationChanged ~= nil)"
+                            "service:OnSecurityConfigurationChanged()"),
               0);
 }
 
