@@ -10,7 +10,7 @@ test=(lua5.2 python3 tcpdump binutils tzdata nftables iproute2 conntrack nmap ma
       tshark openssl rsyslog)
 fuzz=(clang-14 libclang-rt-14-dev)
 format=(clang-format-14 clang-tidy-14)
-bench=(libbenchmark-dev python3 tcpdump ulogd2 nftables iproute2)
+bench=(libbenchmark-dev python3 tcpdump openssl ulogd2 nftables iproute2)
 i386=(debootstrap)
 package=(file dpkg-dev gzip debootstrap)
 
