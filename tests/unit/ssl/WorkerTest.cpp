@@ -189,6 +189,15 @@ TEST_F(SSLWorkerThread, APolicyChangeReachesAWorkerThatWaits) {
     EXPECT_TRUE(AfterWaking([&] { return Traced("CSSLCertThreadWorker0::ClearKeyCache()"); }));
 }
 
+TEST_F(SSLWorkerThread, AnItemWhoseSignalWasMissedIsServedAfterTheWaitOfTenSeconds) {
+    Serve(1);
+    const Request request(1, "", "missed");
+    Peer().Append(request.Item());
+    const auto begin = std::chrono::steady_clock::now();
+    EXPECT_EQ(NextResponse(), request.Response());
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+}
+
 TEST_F(SSLWorkerThread, TracesItsWay) {
     TraceOn();
     Peer().Append(Request(1, "").Item());
