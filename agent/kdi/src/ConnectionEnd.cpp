@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <fstream>
 #include <memory>
 
 #include "Bytes.h"
@@ -113,6 +114,11 @@ private:
 };
 
 }  // namespace
+
+bool AreConnectionEventsOff() {
+    std::ifstream setting("/proc/sys/net/netfilter/nf_conntrack_events");
+    return setting.get() == '0';
+}
 
 bool IsConnectionEnd(const nlmsghdr& message) {
     return message.nlmsg_type == (NFNL_SUBSYS_CTNETLINK << 8 | IPCTNL_MSG_CT_DELETE);

@@ -27,6 +27,9 @@ struct EndedConnection {
     int64_t ended;        // the same
 };
 
+// Whether the kernel tells nobody of connections.
+bool AreConnectionEventsOff();
+
 bool IsConnectionEnd(const nlmsghdr& message);
 // False if the message tells of no connection, or memory is short.
 bool ReadConnectionEnd(const nlmsghdr& message, EndedConnection& connection);

@@ -54,6 +54,8 @@ LiveSource::LiveSource(const Options& options)
     m_Poller.Add(m_Connections.Descriptor(), CONNECTIONS);
     if (m_Monitor) m_Poller.Add(m_Monitor->Descriptor(), RULESET);
     m_Description = Describe(options);
+    if (AreConnectionEventsOff())
+        m_Messages.Put("ends of connections are not told: nf_conntrack_events is 0");
 }
 
 // What was received is given out first; then both sockets are read in turn, so that a flood of
@@ -185,11 +187,14 @@ std::vector<kdi_block_s> LiveSource::ListBlocks() {
     return m_Blocks.List(SteadyUsec());
 }
 
-// A ruleset of another making has no such counters.
+// A ruleset of another making has no such counters. Without the privilege the library complains on
+// standard error, so it is not asked again.
 void LiveSource::ReadCounters(int64_t now) {
-    if (now - m_CountersReadAt < BETWEEN_COUNTERS) return;
+    if (!m_MayReadCounters || now - m_CountersReadAt < BETWEEN_COUNTERS) return;
     m_CountersReadAt = now;
-    if (m_Nftables.Run("list counters table inet velm\n") != 0) return;
+    const int error = m_Nftables.Run("list counters table inet velm\n");
+    m_MayReadCounters = error != EPERM;
+    if (error != 0) return;
     const auto counters = ParseCounterListing(m_Nftables.Output());
     const auto read = [&](const char* name, uint64_t& count) {
         const auto found = counters.find(name);

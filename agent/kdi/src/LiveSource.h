@@ -83,6 +83,7 @@ private:
     uint64_t m_ToldOverruns = 0;
     int64_t m_ToldAt = LONG_AGO;
     int64_t m_CountersReadAt = LONG_AGO;
+    bool m_MayReadCounters = true;
 };
 
 }  // namespace Kdi

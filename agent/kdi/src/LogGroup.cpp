@@ -5,7 +5,6 @@
 #include <linux/netfilter/nfnetlink.h>
 
 #include <cerrno>
-#include <ctime>
 #include <system_error>
 
 namespace Kdi {
@@ -27,7 +26,7 @@ LogGroup::LogGroup(uint16_t group, unsigned int receiveBuffer)
     alignas(nlmsghdr) char buffer[512];
     nlmsghdr* request = nflog_nlmsg_put_header(buffer, NFULNL_MSG_CONFIG, AF_UNSPEC, group);
     request->nlmsg_flags |= NLM_F_ACK;
-    request->nlmsg_seq = static_cast<uint32_t>(time(nullptr));
+    request->nlmsg_seq = 1;
     nflog_attr_put_cfg_cmd(request, NFULNL_CFG_CMD_BIND);
     nflog_attr_put_cfg_mode(request, NFULNL_COPY_PACKET, COPY_RANGE);
     mnl_attr_put_u16(request, NFULA_CFG_FLAGS, htons(NFULNL_CFG_F_SEQ));

@@ -151,6 +151,12 @@ TEST_F(LiveConnectionTest, UnansweredSynEndsOtherwiseWhenItsTimeIsOver) {
     EXPECT_GE(last - first, 900'000);  // the kernel counts in jiffies
 }
 
+TEST_F(LiveConnectionTest, EventsThatAreTurnedOffAreTold) {
+    SetKernel("netfilter/nf_conntrack_events", "0");
+    const LiveHandle handle;
+    EXPECT_EQ(handle.Message(), "ends of connections are not told: nf_conntrack_events is 0");
+}
+
 TEST_F(LiveConnectionTest, ConnectionWithinTheHostIsLeftOut) {
     LiveHandle handle;
     ASSERT_NE(handle.Get(), nullptr) << handle.OpenError();

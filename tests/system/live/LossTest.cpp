@@ -10,6 +10,7 @@
 namespace LiveTest {
 
 using LiveLossTest = Live;
+using LiveConcurrencyTest = Live;
 
 static kdi_open_options_s SmallBuffer() {
     kdi_open_options_s options;
@@ -67,7 +68,7 @@ TEST_F(LiveLossTest, NothingIsLostWithTheUsualBuffer) {
     EXPECT_EQ(handle.Statistics().overruns, 0u);
 }
 
-TEST_F(LiveLossTest, WakeUpEndsTheWaitingOfAnotherThread) {
+TEST_F(LiveConcurrencyTest, WakeUpEndsTheWaitingOfAnotherThread) {
     LiveHandle handle;
     ASSERT_NE(handle.Get(), nullptr) << handle.OpenError();
     velm_log_entry_s entry;

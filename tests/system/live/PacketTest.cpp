@@ -150,30 +150,4 @@ TEST_F(LivePacketTest, GroupIsFreeAgainWhenItsHandleIsClosed) {
     EXPECT_NE(second.Get(), nullptr) << second.OpenError();
 }
 
-TEST_F(LivePacketTest, RulesetLimitsWhatItLogsAndCountsTheRest) {
-    LoadRuleset();
-    LiveHandle handle;
-    ASSERT_NE(handle.Get(), nullptr) << handle.OpenError();
-    constexpr unsigned int SENT = 30000;
-    for (unsigned int i = 0; i < SENT; ++i)
-        Send(Udp(40000, 1000 + i % 10000));
-    const size_t logged = handle.TakeAll().size();
-    EXPECT_GE(logged, 2000u);
-    EXPECT_LT(logged, SENT);
-    EXPECT_EQ(handle.Statistics().unlogged, SENT - logged);
-}
-
-TEST_F(LivePacketTest, RulesetLoadsTwiceAndGoesWithoutTouchingOtherTables) {
-    Shell("nft 'table ip other { chain c { type filter hook input priority 5; accept; }; }'");
-    const std::string other = OutputOf("nft list ruleset");
-    LoadRuleset();
-    Shell("nft add element inet velm blocked4 '{ 198.51.100.1 timeout 600s }'");
-    const std::string once = OutputOf("nft -s list ruleset");
-    LoadRuleset();
-    EXPECT_EQ(OutputOf("nft -s list ruleset"), once);
-    EXPECT_TRUE(IsInSet("198.51.100.1"));
-    Shell("nft delete table inet velm");
-    EXPECT_EQ(OutputOf("nft list ruleset"), other);
-}
-
 }  // namespace LiveTest
