@@ -282,6 +282,20 @@ TEST_F(TlsStreamsTest, FloodOfSynsPushesOutNoConnection) {
     EXPECT_EQ(Counts().connections, 1u);
 }
 
+TEST_F(TlsStreamsTest, OfTooManyConnectionsWithoutDataTheOldestAreForgotten) {
+    const Bytes client = ClientSide();
+    for (uint32_t i = 0; i <= TlsStreams::MAX_EMBRYOS; ++i) {
+        m_Port = static_cast<uint16_t>(1000 + i);
+        Syn();
+    }
+    m_Port = 1000;
+    Client(0, Part(client, 0, 3));  // too little to be recognised without the SYN
+    EXPECT_EQ(Counts().connections, 0u);
+    m_Port = 1001;
+    Client(0, Part(client, 0, 3));
+    EXPECT_EQ(Counts().connections, 1u);
+}
+
 TEST_F(TlsStreamsTest, OfTooManyConnectionsTheMostSilentOnesGiveWay) {
     for (uint32_t i = 0; i <= TlsStreams::MAX_STREAMS; ++i) {
         m_Port = static_cast<uint16_t>(1000 + i);
