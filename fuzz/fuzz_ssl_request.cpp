@@ -9,6 +9,7 @@
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rsa.h>
+#include <sys/mman.h>
 #include <wx/init.h>
 
 #include "Input.h"
@@ -43,6 +44,33 @@ std::string NewCredential() {
     return text;
 }
 
+// A copy of bytes that ends where no memory follows: the sanitizers do not see what OpenSSL reads.
+class GuardedCopy {
+public:
+    explicit GuardedCopy(const std::string& bytes)
+        : m_Size((bytes.size() + PAGE - 1) / PAGE * PAGE + PAGE),
+          m_Memory(
+              mmap(nullptr, m_Size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+        Require(m_Memory != MAP_FAILED, "there is memory");
+        char* const guard = static_cast<char*>(m_Memory) + m_Size - PAGE;
+        Require(mprotect(guard, PAGE, PROT_NONE) == 0, "the guard is set");
+        m_Data = guard - bytes.size();
+        memcpy(m_Data, bytes.data(), bytes.size());
+    }
+    ~GuardedCopy() { munmap(m_Memory, m_Size); }
+    GuardedCopy(const GuardedCopy&) = delete;
+    GuardedCopy& operator=(const GuardedCopy&) = delete;
+
+    const char* Data() const { return m_Data; }
+
+private:
+    static constexpr size_t PAGE = 4096;
+
+    const size_t m_Size;
+    void* const m_Memory;
+    char* m_Data;
+};
+
 // A service without threads: the target does their work.
 class Service {
 public:
@@ -73,9 +101,8 @@ public:
     // The item that was queued, or nothing.
     std::string TakeItem() { return SSLCertThreadPeer{*m_Thread}.TakeItem(); }
     void Work(const std::string& item) {
-        // A copy of its very size, so that a read behind it is seen.
-        const std::vector<char> copy(item.begin(), item.end());
-        m_Worker->ProcessSSLCertRequest(reinterpret_cast<const ssl_request_st*>(copy.data()));
+        const GuardedCopy copy(item);
+        m_Worker->ProcessSSLCertRequest(reinterpret_cast<const ssl_request_st*>(copy.Data()));
     }
 
 private:
