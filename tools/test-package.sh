@@ -1,6 +1,6 @@
 #!/bin/bash
 # Tries the Debian package on a fresh Debian 12: installs it, runs the service there on the packet
-# filter of a network namespace, and removes it again. Makes the root of such a system at first, in a
+# filter of a network namespace, removes it again, and boots the system to try the units. Makes the root of such a system at first, in a
 # folder outside the tree, and keeps it for the next time; each run works on a copy.
 #   usage: tools/test-package.sh [PACKAGE.deb]     without one, it is made
 #   VELM_PACKAGE_ROOT   that folder (/var/cache/velm/bookworm)
@@ -137,4 +137,76 @@ in_root dpkg --purge velm-agent
 left=$(comm -13 <(echo "$before") <(paths))
 expected=$'./var/log/velm_agent\n./var/log/velm_agent/velm_mpnp'
 [ "$left" = "$expected" ] || fail "what is left:"$'\n'"$left"
-echo "The package installs, logs, and leaves nothing but the log."
+
+echo "=== Booting"
+# What the booted system runs; its exit status is that of the first command that fails.
+cat >"$root/try-units" <<'END'
+#!/bin/sh -ex
+exec >/try-units.log 2>&1
+trap 'systemctl status velm-agent velm-firewall || true; journalctl --no-pager --lines=30' EXIT
+property() { systemctl show --property "$1" --value velm-agent; }
+[ "$(systemctl is-enabled velm-agent)" = disabled ]
+systemctl start velm-firewall
+systemctl start velm-agent
+velm_agent status
+# The sandbox is there: no capability but that of the packet filter, and a filter of system calls.
+grep -q '^CapEff:.0000000000001000$' "/proc/$(property MainPID)/status"
+grep -q '^Seccomp:.2$' "/proc/$(property MainPID)/status"
+systemctl reload velm-agent
+for _ in $(seq 100); do
+    sleep 0.1
+    if velm_agent status | grep -q '^reloads_total *1$'; then break; fi
+done
+velm_agent status | grep -q '^reloads_total *1$'
+# A faulty configuration ends the service, and nobody starts it again.
+cp /etc/velm/velm.conf.lua /tmp/good
+echo 'return {' >/etc/velm/velm.conf.lua
+! systemctl restart velm-agent
+sleep 7
+[ "$(property ActiveState)/$(property ExecMainStatus)/$(property NRestarts)" = failed/78/0 ]
+cp /tmp/good /etc/velm/velm.conf.lua
+systemctl reset-failed velm-agent
+systemctl start velm-agent
+systemctl stop velm-agent velm-firewall
+[ "$(property ActiveState)/$(property ExecMainStatus)" = inactive/0 ]
+[ -z "$(nft list tables)" ]
+echo fine
+END
+cat >"$root/etc/systemd/system/try-units.service" <<'END'
+[Unit]
+After=basic.target
+SuccessAction=poweroff-force
+FailureAction=poweroff-force
+[Service]
+Type=oneshot
+ExecStart=/try-units
+END
+chmod +x "$root/try-units"
+
+# Runs as the first process of a system of its own.
+start_system() {
+    mount -t proc proc "$root/proc"
+    mount -t sysfs sysfs "$root/sys"
+    mount -t cgroup2 cgroup2 "$root/sys/fs/cgroup"
+    mount -t tmpfs tmpfs "$root/run"
+    mount -t tmpfs tmpfs "$root/dev"
+    mkdir "$root/dev/pts" "$root/dev/shm"
+    mount -t devpts -o newinstance,ptmxmode=0666 devpts "$root/dev/pts"
+    ln -s pts/ptmx "$root/dev/ptmx"
+    for device in "null 1 3" "zero 1 5" "full 1 7" "random 1 8" "urandom 1 9" "tty 5 0"; do
+        # shellcheck disable=SC2086
+        set -- $device
+        mknod --mode=666 "$root/dev/$1" c "$2" "$3"
+    done
+    exec env -i container=other PATH=/usr/sbin:/usr/bin:/sbin:/bin chroot "$root" /lib/systemd/systemd \
+        --log-target=console --unit=try-units.service systemd.unified_cgroup_hierarchy=1
+}
+apt --no-install-recommends install systemd >>"$base.install.log"
+in_root dpkg --install /tmp/velm-agent.deb >/dev/null
+umount --recursive --lazy "$root/dev"
+export -f start_system
+export root
+timeout --kill-after=10 180 unshare --pid --fork --kill-child --mount --propagation private --uts --ipc \
+    --cgroup --net bash -ec start_system >"$root/tmp/messages" 2>&1 || true
+grep -qx fine "$root/try-units.log" || fail "units: $(cat "$root/try-units.log" 2>&1)"
+echo "The package installs, logs, leaves nothing but the log, and its units work."
