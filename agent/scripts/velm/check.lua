@@ -1,4 +1,5 @@
--- What the service asks of a configuration beyond the types of its values. Raises the first fault.
+-- The service's configuration: loaded, and asked for more than the types of its values. Raises the first
+-- fault.
 
 local IsAddress = require "velm.address"
 local config = require "velm.config"
@@ -49,9 +50,12 @@ local function CheckAllowed(path, names)
     end
 end
 
-return function(path, configuration, agent)
+-- Returns what config.Load returns.
+return function(path)
+    local configuration, agent = config.Load(path)
     local name = path ~= "" and path or "configuration"
     CheckSources(name, agent.sources)
     CheckAllowed(name, agent.allow)
     CheckLists(name, configuration)
+    return configuration, agent
 end

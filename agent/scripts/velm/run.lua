@@ -4,7 +4,7 @@ local host = require "velm.host"
 local service = require "velm.service"
 local answers = require "velm.answers"
 local blocks = require "velm.blocks"
-local check = require "velm.check"
+local checkedConfiguration = require "velm.check"
 local config = require "velm.config"
 local events = require "velm.events"
 local fail = require "velm.fail"
@@ -13,18 +13,12 @@ local loop = require "velm.loop"
 local news = require "velm.news"
 local numbers = require "velm.numbers"
 local outlet = require "velm.outlet"
+local reload = require "velm.reload"
 local say = require "velm.say"
 require "ostrel"
 
 -- The exit status that says that starting again makes no sense.
 local BAD_CONFIGURATION = 78
-local CONFIG_UPDATED = "app.configUpdated"
-
-local function Load(path)
-    local configuration, agent = config.Load(path)
-    check(path, configuration, agent)
-    return configuration, agent
-end
 
 -- Faults of the configuration that end the service get a status of their own.
 local function AsServiceFault(failure)
@@ -108,57 +102,11 @@ local function Housekeeping(run)
     events.Rotate(run.agent.stateDirectory)
 end
 
--- Returns the new configuration, or raises; nothing has changed then.
-local function Reread(run)
-    local configuration, agent = Load(run.path)
-    config.Replace(run.agent, agent)
-    return configuration, agent
-end
-
--- What was decided at the start stays until a restart.
-local FIXED = {"logDirectory", "logName", "stateDirectory", "receiveBuffer"}
-
-local function KeepFixed(former, agent)
-    for _, key in ipairs(FIXED) do
-        if agent[key] ~= former[key] then
-            say("agent." .. key, "a new value counts from the next start on")
-            agent[key] = former[key]
-        end
-    end
-    for _, key in ipairs {"sources", "allow"} do
-        if table.concat(agent[key] or {}, "\n") ~= table.concat(former[key] or {}, "\n") then
-            say("agent." .. key, "a new value counts from the next start on")
-        end
-        agent[key] = former[key]
-    end
-end
-
--- The entries that come meanwhile wait in the kernel. Records that are held back stay so.
-local function Reload(run)
-    service.TellReloading()
-    news.Tell(run)
-    local read, configuration, agent = pcall(Reread, run)
-    if read then
-        KeepFixed(run.agent, agent)
-        run.configuration, run.agent = configuration, agent
-        run.outlet.Change(agent.syslog, configuration)
-        run.inspection.Change(agent)
-        dom:ConditionRaise(CONFIG_UPDATED)
-        config.Bring(run.log, configuration)
-        run.counts.reloads = run.counts.reloads + 1
-        say("configuration", "read anew")
-    else
-        run.counts.reloadFailures = run.counts.reloadFailures + 1
-        say("configuration", "the old one stays: " .. tostring(configuration))
-    end
-    service.TellReady(run.words)
-end
-
 local handlers = {}
 
 function handlers.second(run) Housekeeping(run) end
 
-function handlers.reload(run) Reload(run) end
+function handlers.reload(run) reload(run) end
 
 function handlers.request(run, request)
     service.Answer(request.id, answers(run.face, request.line))
@@ -228,7 +176,7 @@ local COLLECTOR_PAUSE = 1000
 
 local function Run(options)
     collectgarbage("setpause", COLLECTOR_PAUSE)
-    local configuration, agent = Load(options.config)
+    local configuration, agent = checkedConfiguration(options.config)
     local run = {
         path = options.config,
         dryRun = options.dryRun,
@@ -250,7 +198,7 @@ local function Run(options)
 end
 
 local function Check(options)
-    local _, agent = Load(options.config)
+    local _, agent = checkedConfiguration(options.config)
     config.Apply(agent)
     print("the configuration is fine")
     return 0
