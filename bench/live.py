@@ -33,6 +33,8 @@ AGENT_GROUP, ULOGD_GROUP = 5, 6
 BUFFER = 64 << 20  # bytes, for both
 MEMORY_LIMIT_MB = 512
 ANSWER_LIMIT_SECONDS = 2.0
+# More is asked of the sender than must come out: 200,000 a second without arguments.
+HEADROOM = 1.1
 
 ULOGD = """
 [global]
@@ -186,7 +188,7 @@ def measure_ulogd(bench, kind):
 
 
 def faults(result, rate):
-    if result["rate"] < 0.99 * rate:
+    if result["rate"] < rate / HEADROOM:
         yield "the sender reached only %.0f packets a second" % result["rate"]
     if result["who"] != "agent":
         return
@@ -233,7 +235,7 @@ def main():
         return 2
     agent, flood = map(os.path.abspath, sys.argv[1:3])
     seconds = float(sys.argv[3]) if len(sys.argv) > 3 else 10
-    rate = float(sys.argv[4]) if len(sys.argv) > 4 else 200000
+    rate = float(sys.argv[4]) if len(sys.argv) > 4 else 220000
     print("%-8s %-9s %9s %10s %10s %10s %9s %8s %9s %7s %9s" % (
         "who", "flood", "packets/s", "reached", "logged", "lost", "lines", "CPU s", "us/logged",
         "MB", "answer s"))
