@@ -166,8 +166,14 @@ private:
         return false;
     }
 
+    // What OpenSSL queues about a certificate whose extensions it cannot read must not stay: the
+    // next PEM text without a certificate would count as unreadable for it.
     bool SuitsServer() const {
-        return X509_check_purpose(m_Certificate.get(), X509_PURPOSE_NS_SSL_SERVER, kNotAsCa) != 0;
+        ERR_set_mark();
+        const int fit =
+            X509_check_purpose(m_Certificate.get(), X509_PURPOSE_NS_SSL_SERVER, kNotAsCa);
+        ERR_pop_to_mark();
+        return fit != 0;
     }
 
     // Without a callback OpenSSL takes the passphrase from the argument behind it.

@@ -3,6 +3,8 @@
 #include <sstream>
 #include <vector>
 
+#include <openssl/pem.h>
+#include <openssl/x509v3.h>
 #include <unistd.h>
 
 #include "Credentials.h"
@@ -14,6 +16,32 @@ using OSTREL::CRSAKey;
 using OSTREL::CRSAOpenSSLKey;
 
 constexpr const wchar_t* kTrace = L"velm.ostrel.RSAKey";
+
+// PEM of a certificate whose key usage is no bit string.
+std::string CertificateWithUnreadableUsage() {
+    EVP_PKEY* key = EVP_RSA_gen(1024);
+    X509* certificate = X509_new();
+    X509_set_version(certificate, 2);
+    X509_gmtime_adj(X509_getm_notBefore(certificate), 0);
+    X509_gmtime_adj(X509_getm_notAfter(certificate), 3600);
+    X509_set_pubkey(certificate, key);
+    ASN1_OCTET_STRING* usage = ASN1_OCTET_STRING_new();
+    ASN1_OCTET_STRING_set(usage, reinterpret_cast<const unsigned char*>("?!"), 2);
+    X509_EXTENSION* extension = X509_EXTENSION_create_by_NID(nullptr, NID_key_usage, 0, usage);
+    X509_add_ext(certificate, extension, -1);
+    EXPECT_GT(X509_sign(certificate, key, EVP_sha256()), 0);
+    BIO* memory = BIO_new(BIO_s_mem());
+    PEM_write_bio_X509(memory, certificate);
+    char* pem = nullptr;
+    const long length = BIO_get_mem_data(memory, &pem);
+    const std::string text(pem, static_cast<size_t>(length));
+    BIO_free_all(memory);
+    X509_EXTENSION_free(extension);
+    ASN1_OCTET_STRING_free(usage);
+    X509_free(certificate);
+    EVP_PKEY_free(key);
+    return text;
+}
 
 class RSAKey : public ::testing::Test {
 protected:
@@ -162,6 +190,15 @@ TEST_F(RSAKey, TheErrorOfATextWithoutACertificateStaysQueuedForTheNextDrain) {
         traced = traced || message.find("no start line") != std::string::npos;
     EXPECT_TRUE(traced);
     EXPECT_EQ(ERR_peek_error(), 0u);
+}
+
+TEST_F(RSAKey, ACertificateThatCannotBeTestedPassesAndSpoilsNoLaterLoad) {
+    ERR_clear_error();
+    const Credential odd = Credential::OfBytes(
+        "PEM", CertificateWithUnreadableUsage() + CredentialBytes("rsa2048.key.pem"));
+    EXPECT_NE(odd.Load(nullptr), nullptr);
+    EXPECT_EQ(ERR_peek_error(), 0u);
+    EXPECT_NE(Key("rsa2048.key.pem"), nullptr);
 }
 
 TEST_F(RSAKey, AQueuedErrorOfAnEarlierLoadMakesABrokenCertificatePassForNone) {
