@@ -145,7 +145,7 @@ bool TlsStreams::Feed(Stream& stream, const Segment& segment, bool fromClient) {
 }
 
 void TlsStreams::Follow(Place stream, const Segment& segment, bool fromClient) {
-    Touch(stream, fromClient && segment.length != 0);
+    Touch(stream, segment.length != 0, fromClient);
     const size_t before = stream->Buffered();
     const bool sound = Feed(*stream, segment, fromClient);
     m_Buffered = m_Buffered - before + stream->Buffered();
@@ -155,10 +155,13 @@ void TlsStreams::Follow(Place stream, const Segment& segment, bool fromClient) {
     End(stream);
 }
 
-void TlsStreams::Touch(Place stream, bool hasData) {
+// What the server sends can take room as well, so that a connection with nothing else must give way
+// like the others.
+void TlsStreams::Touch(Place stream, bool hasData, bool fromClient) {
     List& from = ListOf(*stream);
-    if (hasData && !stream->hasData) {
-        stream->hasData = true;
+    stream->hasData |= hasData;
+    if (hasData && fromClient && !stream->toldConnection) {
+        stream->toldConnection = true;
         ++m_Counts.connections;
     }
     List& to = ListOf(*stream);

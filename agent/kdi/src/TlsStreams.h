@@ -78,9 +78,10 @@ private:
         TcpDirection client;
         TcpDirection server;
         TlsConnection tls;
-        bool hasData = false;  // of the client
+        bool hasData = false;  // of either side
         int64_t lastSeen = 0;
         // What was counted already.
+        bool toldConnection = false;
         bool toldHello = false;
         TlsOutcome told = TlsOutcome::None;
         uint64_t toldRenegotiations = 0;
@@ -97,7 +98,7 @@ private:
     Place Begin(const Segment& segment, int32_t hostConfiguration);
     bool Feed(Stream& stream, const Segment& segment, bool fromClient);
     void Follow(Place stream, const Segment& segment, bool fromClient);
-    void Touch(Place stream, bool hasData);
+    void Touch(Place stream, bool hasData, bool fromClient);
     void Tell(Stream& stream);
     void TellOutcome(Stream& stream);
     void End(Place stream);

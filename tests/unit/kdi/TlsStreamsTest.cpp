@@ -323,6 +323,35 @@ TEST_F(TlsStreamsTest, WhatWaitsForGapsIsBoundedInAll) {
     EXPECT_LE(Counts().evicted, 12u);
 }
 
+TEST_F(TlsStreamsTest, WhatServersSendBeforeTheirClientsPushesOutNoLivelyConnection) {
+    Syn();
+    SynAck();
+    Client(0, TlsRecord(22, ClientHello(), 1));
+    const uint16_t port = m_Port;
+    const Bytes client = ClientSide();
+    size_t at = TlsRecord(22, ClientHello(), 1).size();
+    const size_t each = 60000;
+    const size_t count = TlsStreams::MAX_BUFFERED / each + 10;
+    for (size_t i = 0; i < count; ++i) {
+        m_Port = static_cast<uint16_t>(1000 + i);
+        Syn();
+        SynAck();
+        for (size_t part = 0; part < 4; ++part)
+            Server(1 + part * (each / 4), Bytes(each / 4, 1));
+        if (i % 10 != 0) continue;
+        m_Port = port;
+        Client(at, Part(client, at, at + 1));
+        ++at;
+    }
+    EXPECT_GE(Counts().evicted, 10u);
+    EXPECT_LE(Counts().evicted, 12u);
+    EXPECT_EQ(Counts().connections, 1u);
+    m_Port = port;
+    Client(at, Part(client, at, client.size()));
+    Server(0, ServerSide());
+    ExpectOneSecret();
+}
+
 TEST_F(TlsStreamsTest, FragmentsAreCounted) {
     const Payload tcp = Tcp(40000, 443, TCP_FLAG_ACK);
     const Bytes frame =
