@@ -1,8 +1,11 @@
 #include "KeyLog.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <fstream>
 #include <iterator>
@@ -15,6 +18,26 @@ using namespace KdiTest;
 using Kdi::KeyLog;
 
 namespace {
+
+// Lets no file grow beyond so many bytes, as on a full disk.
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) : m_Handler(signal(SIGXFSZ, SIG_IGN)) {
+        getrlimit(RLIMIT_FSIZE, &m_Before);
+        const rlimit limit = {bytes, m_Before.rlim_max};
+        EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &m_Before);
+        signal(SIGXFSZ, m_Handler);
+    }
+    FileSizeLimit(const FileSizeLimit&) = delete;
+    FileSizeLimit& operator=(const FileSizeLimit&) = delete;
+
+private:
+    void (*const m_Handler)(int);
+    rlimit m_Before = {};
+};
 
 class KeyLogTest : public testing::Test {
 protected:
@@ -86,6 +109,21 @@ TEST_F(KeyLogTest, TornLineIsEndedFirst) {
     EXPECT_TRUE(Append(log));
     EXPECT_TRUE(Append(log));
     EXPECT_EQ(Content(), "RSA 0011\n" + m_Lines + m_Lines);
+}
+
+TEST_F(KeyLogTest, LineWithoutRoomIsToldAndEndedBeforeTheNextOne) {
+    KeyLog log;
+    std::string error;
+    ASSERT_TRUE(log.Open(Path(), error)) << error;
+    {
+        const FileSizeLimit limit(50);
+        EXPECT_FALSE(Append(log));
+        EXPECT_EQ(errno, ENOSPC);
+        EXPECT_FALSE(Append(log));
+        EXPECT_EQ(errno, EFBIG);
+    }
+    EXPECT_TRUE(Append(log));
+    EXPECT_EQ(Content(), m_Lines.substr(0, 50) + "\n" + m_Lines);
 }
 
 TEST_F(KeyLogTest, WhatIsNoRegularFileIsRefused) {
