@@ -135,6 +135,7 @@ public:
     // Closes the file, and rotates it if it is big enough.
     bool CloseAndRotateFile();
     bool RotateFiles();
+    void MoveCopy(const wxString& from, const wxString& to);
     // Deletes the copies beyond the limit, or the oldest copy alone.
     bool RemoveOldFiles(bool oldestOnly);
     bool RemoveOldestFile();

@@ -5,11 +5,15 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <functional>
+#include <string_view>
+#include <vector>
 
 #include <wx/dir.h>
 #include <wx/filefn.h>
@@ -56,6 +60,29 @@ bool IsListable(const wxString& path) {
 // The number that a file's extension shows. False if it has none or it is no number.
 bool VersionNumber(const wxString& path, long& number) {
     return wxFileName(path).GetExt().ToLong(&number, 10);
+}
+
+// The numbers of the copies of a file that may have to move, the highest first, and 0 for the file
+// itself: all below `copies`. The directory tells them, since a configuration may ask for more
+// copies than can be counted through.
+std::vector<int> CopyNumbers(const wxFileName& file, int copies) {
+    std::vector<int> numbers;
+    if (copies > 0) numbers.push_back(0);
+    const std::string prefix = std::string((file.GetName() + ".").fn_str());
+    DIR* directory = opendir(file.GetPath().fn_str());
+    if (directory == nullptr) return numbers;
+    while (const dirent* entry = readdir(directory)) {
+        const std::string_view name = entry->d_name;
+        if (name.substr(0, prefix.size()) != prefix) continue;
+        const std::string_view digits = name.substr(prefix.size());
+        int number = 0;
+        std::from_chars(digits.data(), digits.data() + digits.size(), number);
+        if (number > 0 && number < copies && digits == std::to_string(number))
+            numbers.push_back(number);
+    }
+    closedir(directory);
+    std::sort(numbers.begin(), numbers.end(), std::greater<int>());
+    return numbers;
 }
 
 }  // namespace
@@ -190,24 +217,27 @@ bool LogData::RotateFiles() {
     // The next current file starts empty, so its bookmarks do too, those of either kind.
     m_Dom.Set(m_LastLineKeys[DriverFirewall], 0LL);
     m_Dom.Set(m_LastLineKeys[DriverDpi], 0LL);
-    for (int number = m_NumberOfOldCopies; number > 0; --number) {
-        wxFileName from(m_LogFilePath, m_LogFileName);
-        wxFileName to(from);
-        if (number > 1) from.SetExt(wxString::Format("%d", number - 1));
-        to.SetExt(wxString::Format("%d", number));
-        const wxString fromPath = from.GetFullPath();
-        const wxString toPath = to.GetFullPath();
-        if (!wxFileExists(fromPath)) continue;
-        OSTREL_TRACE(s_Trace, "RotateFiles() - renaming %.128s to %.128s", fromPath, toPath);
-        // Not wxRenameFile, nor wxRemoveFile below: they log, and errno is gone then.
-        if (wxRename(fromPath, toPath) == 0) {
-            VelmCore::SecureFileOrDirectory(toPath, false);
-        } else {
-            m_Dom.AgentEventWrite(6007, "%.128s|%.128s|%.128s", fromPath, toPath,
-                                  VelmCore::ErrnoToString(errno));
-        }
+    const wxFileName current(m_LogFilePath, m_LogFileName);
+    for (const int number : CopyNumbers(current, m_NumberOfOldCopies)) {
+        wxFileName from(current);
+        wxFileName to(current);
+        if (number > 0) from.SetExt(wxString::Format("%d", number));
+        to.SetExt(wxString::Format("%d", number + 1));
+        MoveCopy(from.GetFullPath(), to.GetFullPath());
     }
     return true;
+}
+
+void LogData::MoveCopy(const wxString& from, const wxString& to) {
+    if (!wxFileExists(from)) return;
+    OSTREL_TRACE(s_Trace, "RotateFiles() - renaming %.128s to %.128s", from, to);
+    // Not wxRenameFile, nor wxRemoveFile below: they log, and errno is gone then.
+    if (wxRename(from, to) == 0) {
+        VelmCore::SecureFileOrDirectory(to, false);
+    } else {
+        m_Dom.AgentEventWrite(6007, "%.128s|%.128s|%.128s", from, to,
+                              VelmCore::ErrnoToString(errno));
+    }
 }
 
 bool LogData::RemoveOldFiles(bool oldestOnly) {

@@ -39,6 +39,20 @@ TEST_F(FileSetTest, RotationShiftsEveryCopyAndDropsTheLast) {
     EXPECT_EQ(File("fw.7"), "fw.6");
 }
 
+TEST_F(FileSetTest, MoreCopiesThanCanBeCountedThroughMoveAtOnce) {
+    log.SetNumberOfOldCopies(2147483647);
+    PlantAll({"fw", "fw.1", "fw.7", "fw.2147483646"});
+    EXPECT_TRUE(log.RotateFiles());
+    EXPECT_EQ(directory.Names(), Texts({"fw.1", "fw.2", "fw.2147483647", "fw.8"}));
+}
+
+TEST_F(FileSetTest, NumbersThatAreNotWrittenPlainlyAreNoCopies) {
+    log.SetNumberOfOldCopies(9);
+    PlantAll({"fw.07", "fw.+1", "fw.2x", "fw.-3", "fw."});
+    EXPECT_TRUE(log.RotateFiles());
+    EXPECT_EQ(directory.Names(), Texts({"fw.", "fw.+1", "fw.-3", "fw.07", "fw.2x"}));
+}
+
 TEST_F(FileSetTest, GapInTheSeriesIsNoFault) {
     PlantAll({"fw", "fw.2", "fw.5"});
     EXPECT_TRUE(log.RotateFiles());
