@@ -9,3 +9,4 @@ velm_unit_test(sender_thread_test
     sender/DatagramSenderTest.cpp
     sender/StreamSenderTest.cpp
     LIBS ${sender_libs})
+target_include_directories(sender_thread_test PRIVATE ${CMAKE_CURRENT_SOURCE_DIR}/module)

@@ -9,6 +9,8 @@ namespace {
 
 // The most that a UDP datagram over IPv4 holds.
 constexpr size_t kMaxDatagram = 65507;
+// Reads at a time: what a receiver sends without end must not keep messages from it.
+constexpr int kMostReads = 64;
 
 // Cuts between characters.
 void Cut(std::string& message) {
@@ -31,10 +33,10 @@ void DatagramLink::Give(std::string message) {
 bool DatagramLink::IsPeerThere(std::string& why) {
     char ignored[64];
     ssize_t got = 0;
-    do {
+    for (int reads = 0; got >= 0 && reads < kMostReads; ++reads) {
         got = recv(m_Socket.Get(), ignored, sizeof(ignored), MSG_DONTWAIT);
-    } while (got >= 0 || errno == EINTR);
-    if (errno == EAGAIN) return true;
+    }
+    if (got >= 0 || errno == EAGAIN || errno == EINTR) return true;
     why = strerror(errno);
     m_Socket.Close();
     return false;

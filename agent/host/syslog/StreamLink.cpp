@@ -12,6 +12,8 @@ namespace {
 // More than a receiver's buffer holds with the system's usual limits.
 constexpr size_t kMaxKept = 4u << 20;
 constexpr std::chrono::seconds kMoment(1);
+// Reads at a time: what a receiver sends without end must not keep messages from it.
+constexpr int kMostReads = 16;
 
 }  // namespace
 
@@ -43,14 +45,14 @@ SyslogLink::Result StreamLink::Step(std::string& why) {
     return isBlocked ? Blocked : Ready;
 }
 
-// Receivers send nothing: what is readable is the stream's end.
+// Receivers have nothing to send: what is readable is the stream's end.
 bool StreamLink::IsPeerThere(std::string& why) {
-    char ignored[1024];
-    ssize_t got = 0;
-    do {
+    char ignored[16384];
+    ssize_t got = 1;
+    for (int reads = 0; got > 0 && reads < kMostReads; ++reads) {
         got = recv(m_Socket.Get(), ignored, sizeof(ignored), MSG_DONTWAIT);
-    } while (got > 0 || (got < 0 && errno == EINTR));
-    if (got < 0 && errno == EAGAIN) return true;
+    }
+    if (got > 0 || (got < 0 && (errno == EAGAIN || errno == EINTR))) return true;
     why = got == 0 ? "the receiver has closed the connection" : strerror(errno);
     if (got == 0) NoteArrivals();
     m_IsFinished = got == 0 && m_IsFinishing;

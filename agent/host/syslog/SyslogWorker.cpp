@@ -68,8 +68,9 @@ bool SyslogWorker::FillLink() {
 
 void SyslogWorker::Connect() {
     std::string why;
-    const Clock::time_point giveUp = Clock::now() + kConnectTime;
-    const auto wait = [this, giveUp](int descriptor) {
+    // Each address of a name has its own time: the first may be one that nobody answers at.
+    const auto wait = [this](int descriptor) {
+        const Clock::time_point giveUp = Clock::now() + kConnectTime;
         while (!m_Queue.IsOver() && Clock::now() < giveUp) {
             const auto left = std::chrono::duration_cast<milliseconds>(giveUp - Clock::now());
             if (Wait(descriptor, POLLOUT, left + milliseconds(1))) return true;

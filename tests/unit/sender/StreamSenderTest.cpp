@@ -4,8 +4,10 @@
 #include <map>
 #include <memory>
 
+#include "MountNamespace.h"
 #include "Receiver.h"
 #include "SyslogSender.h"
+#include "TempDirectory.h"
 
 namespace {
 
@@ -229,6 +231,35 @@ TEST_F(StreamSenderConcurrencyTest, ReceiverThatDoesNotReadHoldsUpNoWriter) {
     EXPECT_EQ(sender->Statistics().dropped, refused);
 }
 
+TEST_F(StreamSenderConcurrencyTest, ReceiverThatSendsWithoutEndGetsItsMessages) {
+    const auto sender = Sender();
+    Post(*sender, 0, 1);
+    FrameReader reader = Accept();
+    std::vector<std::thread> flood;
+    for (int i = 0; i < 2; ++i) {
+        flood.emplace_back([descriptor = reader.Connection().Get()] {
+            const std::string noise(1 << 20, 'x');
+            while (send(descriptor, noise.data(), noise.size(), MSG_NOSIGNAL) > 0) {
+            }
+        });
+    }
+    const auto begin = steady_clock::now();
+    for (int i = 0; i < 50; ++i) {
+        EXPECT_EQ(reader.Read(1), std::vector<std::string>{Message(i)});
+        Post(*sender, i + 1, i + 2);
+    }
+    EXPECT_LT(steady_clock::now() - begin, kLong);
+    EXPECT_EQ(reader.Read(1), std::vector<std::string>{Message(50)});
+    std::thread closing([&sender] { sender->Close(kLong); });
+    EXPECT_EQ(reader.ReadAll(), std::vector<std::string>());
+    shutdown(reader.Connection().Get(), SHUT_RDWR);
+    for (std::thread& thread : flood)
+        thread.join();
+    reader.Connection().Close();
+    closing.join();
+    EXPECT_EQ(sender->Statistics().dropped, 0u);
+}
+
 TEST_F(StreamSenderConcurrencyTest, WaitingWriterLosesNothingWhileTheReceiverIsSlow) {
     const auto sender = Sender(5);
     std::thread writing([&sender] {
@@ -262,6 +293,50 @@ TEST_F(StreamSenderConcurrencyTest, NameIsLookedUp) {
         TargetOf("tcp://localhost:" + std::to_string(m_Port.Number())), kLimit);
     sender->Post("one");
     FrameReader reader = Accept();
+    EXPECT_EQ(reader.Read(1), std::vector<std::string>{"one"});
+}
+
+// Nobody answers there: the queue of connections is full, and whatever comes is ignored.
+class SilentPort {
+public:
+    SilentPort() {
+        EXPECT_EQ(listen(m_Port.Get(), 0), 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_port = htons(static_cast<uint16_t>(m_Port.Number()));
+        for (Socket& caller : m_Callers) {
+            caller = Socket(socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK, 0));
+            connect(caller.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address));
+        }
+    }
+    int Number() const { return m_Port.Number(); }
+
+private:
+    Port m_Port{SOCK_STREAM};
+    Socket m_Callers[4];
+};
+
+// The first address of a name takes all the time that it gets, and the second is reached then.
+TEST(StreamSenderNameConcurrencyTest, AddressBehindASilentOneIsReached) {
+    MountNamespace mounts;
+    if (!mounts.IsUsable()) GTEST_SKIP() << mounts.WhyNot();
+    const TempDirectory directory;
+    directory.Plant("hosts", "127.0.0.1 twofold\n127.0.0.2 twofold\n");
+    ASSERT_TRUE(mounts.Bind(directory.Path("hosts"), "/etc/hosts"));
+    const SilentPort silent;
+    const Socket port(socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK + 1);
+    address.sin_port = htons(static_cast<uint16_t>(silent.Number()));
+    ASSERT_EQ(bind(port.Get(), reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+    ASSERT_EQ(listen(port.Get(), 5), 0);
+
+    SyslogSender sender(TargetOf("tcp://twofold:" + std::to_string(silent.Number())), kLimit);
+    sender.Post("one");
+    ASSERT_TRUE(WaitReadable(port.Get()));
+    FrameReader reader(Socket(accept(port.Get(), nullptr, nullptr)));
     EXPECT_EQ(reader.Read(1), std::vector<std::string>{"one"});
 }
 
