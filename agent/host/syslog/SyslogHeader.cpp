@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <ctime>
 
@@ -31,6 +32,11 @@ bool IsPlain(char c) {
     return c >= ' ' && c < 0x7F;
 }
 
+// A whole character that is not plain ASCII. Those from 0x80 to 0x9F control terminals as well.
+bool IsControl(std::string_view character) {
+    return character.size() == 1 || (character[0] == '\xC2' && character[1] < '\xA0');
+}
+
 }  // namespace
 
 int FacilityNumber(std::string_view name) {
@@ -51,12 +57,14 @@ void AppendClean(std::string& out, std::string_view text) {
         out.append(text.substr(begin, at - begin));
         if (at == text.size()) return;
         const size_t length = VelmCore::Utf8Length(text, at);
-        if (length > 1) {
-            out.append(text.substr(at, length));
+        if (length == 0) {
+            out += '?';
+        } else if (IsControl(text.substr(at, length))) {
+            out += ' ';
         } else {
-            out += length == 1 ? ' ' : '?';
+            out.append(text.substr(at, length));
         }
-        at += length > 1 ? length : 1;
+        at += std::max<size_t>(length, 1);
     }
 }
 

@@ -104,6 +104,11 @@ TEST(SyslogText, ControlCharactersAreBlanks) {
               "a  b c d [2J");
     EXPECT_EQ(Clean(std::string("a\0b", 3)), "a b");
     EXPECT_EQ(Clean(""), "");
+    // Those of the upper half: next line, the start of a terminal's command, the last one.
+    EXPECT_EQ(Clean("a\xC2\x85z\xC2\x9B"
+                    "2J\xC2\x80\xC2\x9F"),
+              "a z 2J  ");
+    EXPECT_EQ(Clean("\xC2\xA0"), "\xC2\xA0");
 }
 
 TEST(SyslogText, Utf8StaysAndOtherBytesAreQuestionMarks) {
