@@ -10,7 +10,10 @@ local CONFIGURATION = {
     payloadFilterMap = {
         [1] = {name = "Low", severity = 1}, [2] = {name = "Medium", severity = 2},
         [3] = {name = "High", severity = 3}, [4] = {name = "Critical", severity = 4},
-        [5] = {name = "None"},
+        [5] = {name = "None"}, [-1] = {name = "Beyond", severity = 4},
+    },
+    packetFilterMap = {
+        [10] = {filterAction = 0}, [11] = {name = "No Action"}, [12] = {filterAction = 2},
     },
 }
 local USEC = 1794605400000042
@@ -60,7 +63,22 @@ function cases.SeverityOfAPacketLogFollowsItsAction()
     expect.Equal(4, Priority(0x81, 0, 17))
     expect.Equal(4, Priority(1, 101, 0))
     expect.Equal(6, Priority(6, 0, 17))
-    expect.Equal(6, Priority(0, 0, 0))
+    expect.Equal(6, Priority(0x80, 0, 17))
+end
+
+-- As the text does: act=Deny, act=Log and so on.
+function cases.SeverityOfAPacketLogWithoutActionFollowsItsFilters()
+    expect.Equal(4, Priority(0, 0, 12))
+    expect.Equal(6, Priority(0, 0, 10))
+    expect.Equal(6, Priority(0, 0, 11))
+    expect.Equal(4, Priority(0, 0, 99))
+    expect.Equal(4, Priority(0, 101, 0))
+    expect.Equal(4, Priority(1, 0, 10))
+    expect.Equal(6, Priority(2, 0, 12))
+end
+
+function cases.FilterNumberBeyond31BitsIsLookedUpAsTheTextDoes()
+    expect.Equal(2, Priority(1, -1, 4294967295))
 end
 
 function cases.SeverityOfAPayloadLogIsItsFilters()

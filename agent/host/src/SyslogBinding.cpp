@@ -79,22 +79,22 @@ int NewWriter(lua_State* L) {
     return 1;
 }
 
-// The severity configured for the payload filter; 0 for one that is not configured.
-lua_Integer FilterSeverity(lua_State* L, int configuration, uint32_t filter) {
-    lua_getfield(L, configuration, "payloadFilterMap");
-    lua_Integer severity = 0;
+// What is configured for the filter in a field of it; `missing` for one that is not configured.
+lua_Integer FilterField(lua_State* L, int configuration, const char* map, uint32_t filter,
+                        const char* field, lua_Integer missing) {
+    const int top = lua_gettop(L);
+    lua_Integer value = missing;
+    lua_getfield(L, configuration, map);
     if (lua_istable(L, -1)) {
-        lua_pushnumber(L, filter);
-        lua_rawget(L, -2);
+        // As the formatter looks it up: numbers beyond 31 bits are negative.
+        lua_rawgeti(L, -1, static_cast<int>(filter));
         if (lua_istable(L, -1)) {
-            lua_getfield(L, -1, "severity");
-            severity = lua_tointeger(L, -1);
-            lua_pop(L, 1);
+            lua_getfield(L, -1, field);
+            value = lua_tointeger(L, -1);
         }
-        lua_pop(L, 1);
     }
-    lua_pop(L, 1);
-    return severity;
+    lua_settop(L, top);
+    return value;
 }
 
 int PayloadSeverity(lua_Integer filterSeverity) {
@@ -110,11 +110,23 @@ int PayloadSeverity(lua_Integer filterSeverity) {
     }
 }
 
+// Whether the text of a packet log tells that it was denied: an entry without an action has its
+// filter's, and without that the packet counts as denied.
+bool IsDenied(lua_State* L, int configuration, const velm_log_entry_s& entry) {
+    constexpr lua_Integer kDeny = 2;
+    if (entry.log_action != 0)
+        return (entry.log_action & ~LOG_ACTION_DETECT_ONLY) == LOG_ACTION_DENY;
+    return entry.log_filter_id == 0 ||
+           FilterField(L, configuration, "packetFilterMap", entry.log_filter_id, "filterAction",
+                       kDeny) == kDeny;
+}
+
 int EntrySeverity(lua_State* L, int configuration, const velm_log_entry_s& entry) {
+    const uint32_t filter = entry.log_filter_id;
     if (entry.log_reason < 0)
-        return PayloadSeverity(FilterSeverity(L, configuration, entry.log_filter_id));
-    const int action = entry.log_action & ~LOG_ACTION_DETECT_ONLY;
-    return action == LOG_ACTION_DENY ? kSyslogWarning : kSyslogInfo;
+        return PayloadSeverity(
+            FilterField(L, configuration, "payloadFilterMap", filter, "severity", 0));
+    return IsDenied(L, configuration, entry) ? kSyslogWarning : kSyslogInfo;
 }
 
 // writer:Entry(text, entry, configuration): the message whose text log:SyslogFormat made.

@@ -24,7 +24,7 @@ end
 function outlet.New()
     local self = {exporter = nil}
     local wish
-    local former = {sent = 0, dropped = 0, queued = 0, reconnects = 0}
+    local former = {sent = 0, dropped = 0}
 
     local function End(msec)
         if not self.exporter then return end
@@ -41,8 +41,9 @@ function outlet.New()
         local now = Wish(options, configuration)
         if now == wish then return end
         End(CHANGE_MSEC)
-        wish = now
+        wish = nil
         if options then self.exporter = export.New(options, configuration) end
+        wish = now
     end
 
     function self.Event(number, text)
