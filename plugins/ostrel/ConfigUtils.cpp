@@ -109,17 +109,21 @@ bool ConfigUtils::getPayloadFilterInfo(int id, ShortText& name, bool& incoming, 
 }
 
 void ConfigUtils::getAgentConfigurationHostIdentity(wxString& hostname, int& hostId) {
-    if (!PushTopTable(kAgentConfiguration, L"Could not agentConfiguration map")) return;
-    hostId = m_Reader.IntegerField(kHostID);
-    hostname = m_Reader.TextField(kHostname);
-    m_Reader.Pop(1);
+    ShortTextRoom room;
+    ShortText text = room.Make();
+    if (GetHostIdentity(text, hostId)) hostname = FromUtf8(text);
 }
 
-int ConfigUtils::HostId() {
-    if (!PushTopTable(kAgentConfiguration, L"Could not agentConfiguration map")) return 0;
-    const int hostId = m_Reader.IntegerField(kHostID);
+void ConfigUtils::getAgentConfigurationHostIdentity(ShortText& hostname, int& hostId) {
+    GetHostIdentity(hostname, hostId);
+}
+
+bool ConfigUtils::GetHostIdentity(ShortText& hostname, int& hostId) {
+    if (!PushTopTable(kAgentConfiguration, L"Could not agentConfiguration map")) return false;
+    hostId = m_Reader.IntegerField(kHostID);
+    m_Reader.TextField(kHostname, hostname);
     m_Reader.Pop(1);
-    return hostId;
+    return true;
 }
 
 // Pushes the map of interfaces and the one with this hardware address.

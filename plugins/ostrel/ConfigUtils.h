@@ -31,8 +31,6 @@ public:
                               wxString& identifier);
     // A failure shows only in the arguments being left alone.
     void getAgentConfigurationHostIdentity(wxString& hostname, int& hostId);
-    // The host's number by itself, 0 if it can't be read.
-    int HostId();
 
     // `mac` is the hardware address in hexadecimal text.
     bool getInterfaceName(const std::string& mac, wxString& name);
@@ -40,6 +38,7 @@ public:
     bool getPacketFilterInfo(int id, ShortText& name, int& filterAction);
     bool getPayloadFilterInfo(int id, ShortText& name, bool& incoming, int& severity,
                               ShortText& identifier);
+    void getAgentConfigurationHostIdentity(ShortText& hostname, int& hostId);
     bool getInterfaceName(const char* mac, ShortText& name);
 
     bool getInterfaceConfigID(const std::string& mac, int& id);
@@ -79,6 +78,7 @@ private:
     bool PushTopTable(const FieldName& key, const wchar_t* failure);
     bool PushFilter(const FieldName& map, const wchar_t* failure, int id);
     bool PushInterface(const char* mac);
+    bool GetHostIdentity(ShortText& hostname, int& hostId);
     IpSpaceList* ReadIpList(const FieldName& key);
 
     TableReader m_Reader;

@@ -226,7 +226,7 @@ private:
                         int severity);
     void AppendPlainStart(SyslogMessage& message, std::string_view name,
                           std::string_view direction);
-    void AppendHostIdentity(TextCursor& text);
+    void AppendHostIdentity(SyslogMessage& message);
     void AppendSyslogBody(SyslogMessage& message, bool incoming);
     void AppendInterfaceInfoCEF(SyslogMessage& message);
     void SetInterfaceName(const SyslogMessage& message, ShortText& name);

@@ -272,15 +272,18 @@ void LogData::AppendPlainStart(SyslogMessage& message, std::string_view name,
     message.body.Put("REASON=");
     PutUnderscoredAscii(message.body, Shown(name), kMaxName);
     message.body.Put(direction);
-    AppendHostIdentity(message.body);
+    AppendHostIdentity(message);
 }
 
-void LogData::AppendHostIdentity(TextCursor& text) {
+void LogData::AppendHostIdentity(SyslogMessage& message) {
     if (m_pConfigUtils == nullptr) {
         OSTREL_TRACE(s_Trace, "Cannot append host identify ConfigUtils is NULL");
         return;
     }
-    AppendNumberItem(text, "HOSTID", m_pConfigUtils->HostId());
+    ShortText hostname = message.texts.Make();
+    int hostId = 0;
+    m_pConfigUtils->getAgentConfigurationHostIdentity(hostname, hostId);
+    AppendNumberItem(message.body, "HOSTID", hostId);
 }
 
 // What both kinds of log have in common.

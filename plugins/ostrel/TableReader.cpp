@@ -1,5 +1,6 @@
 #include "TableReader.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
@@ -30,6 +31,13 @@ int KeepName(lua_State* L) {
     lua_pushvalue(L, -1);
     lua_rawsetp(L, LUA_REGISTRYINDEX, name);
     return 1;
+}
+
+// wx reads characters beyond Unicode's last, but reports a fault of the program if it is to write
+// one.
+bool IsWritable(const wxString& text) {
+    constexpr wxUint32 kLast = 0x10FFFF;
+    return std::all_of(text.begin(), text.end(), [](wxUniChar c) { return c.GetValue() <= kLast; });
 }
 
 int GetNext(lua_State* L) {
@@ -155,8 +163,11 @@ void TableReader::TextField(const FieldName& name, ShortText& text) {
         text.assign(bytes);
     } else {
         const wxString read = wxString::FromUTF8(bytes.data(), bytes.size());
-        const wxScopedCharBuffer utf8 = read.utf8_str();
-        text.assign(utf8.data(), utf8.length());
+        text.clear();
+        if (IsWritable(read)) {
+            const wxScopedCharBuffer utf8 = read.utf8_str();
+            text.assign(utf8.data(), utf8.length());
+        }
     }
     Pop(1);
 }

@@ -277,6 +277,16 @@ TEST_F(SyslogIdentityTest, HostThatCannotBeReadIs0) {
     }
 }
 
+// The lookup reads the number, then the name, though only the number is written.
+TEST_F(SyslogIdentityTest, NumberAndNameOfTheHostAreRead) {
+    configuration.Set(
+        "{agentConfiguration = setmetatable({}, {__index = function(_, key) "
+        "reads = (reads or '') .. key .. ' ' return 7 end})}");
+    EXPECT_EQ(Plain(1, BarePacketLog(0, 0, 0)), "REASON= HOSTID=7 LEN=0 cnt=0");
+    lua_getglobal(configuration.State(), "reads");
+    EXPECT_STREQ(lua_tostring(configuration.State(), -1), "hostID hostname ");
+}
+
 TEST_F(SyslogIdentityTest, MessageGoesOutWithWhatIsKnownWithoutAConfigurationTable) {
     configuration.Set("nil");
     EXPECT_EQ(Plain(0, PayloadEntry()),

@@ -67,6 +67,12 @@ TEST_F(SyslogLimitsTest, LongPayloadLogThatFitsIsNotReported) {
     EXPECT_EQ(Assertions(), Texts());
 }
 
+TEST_F(SyslogLimitsTest, NameWithACharacterBeyondUnicodeIsNoFaultOfTheProgram) {
+    SetPayloadFilter("'a\\244\\144\\128\\128'");
+    EXPECT_EQ(Plain(1, BarePayloadLog(1, -1, 1)).substr(0, 15), "REASON=PLD: REV");
+    EXPECT_EQ(TakeLogLines(), Texts());
+}
+
 TEST_F(SyslogLimitsTest, PacketDataStandsBehindACutMessage) {
     SetPayloadFilter("'n'", "('7'):rep(100000)");
     velm_log_entry_s entry = BarePayloadLog(1, -1, 1);
