@@ -7,6 +7,7 @@ import hashlib
 import json
 import os
 import re
+import resource
 import shutil
 import stat
 import struct
@@ -138,6 +139,20 @@ class TlsReplay(cli.CliTest):
         result = self.replay("rsa2048.key.pem", [self.named("tls-rsa-2048-tls12-aes128gcm")])
         self.assert_done(result)
         self.assertEqual([line[:6] for line in self.key_log()], ["# torn", "RSA 0e", "PMS_CL"])
+
+    def test_secrets_that_find_no_room_are_counted_and_told(self):
+        before = resource.getrlimit(resource.RLIMIT_FSIZE)
+        resource.setrlimit(resource.RLIMIT_FSIZE, (1000, before[1]))
+        try:
+            result = self.replay("rsa2048.key.pem", [self.named("tls-rsa-2048-tls12-5conns")])
+        finally:
+            resource.setrlimit(resource.RLIMIT_FSIZE, before)
+        self.assertEqual(result.status, 1, result)
+        counts = self.counts(result)
+        # Each secret takes 298 bytes.
+        self.assertEqual((counts["decrypted"], counts["keyLogFailures"]), (5, 2))
+        self.assertIn("keys.log: 2 secrets could not be written", result.err)
+        self.assertEqual(len(self.read("keys.log")), 1000)
 
     def test_without_a_key_log_nothing_is_written(self):
         before = set(os.listdir(self.folder))

@@ -1,4 +1,5 @@
 #include <clocale>
+#include <csignal>
 #include <exception>
 
 #include <wx/init.h>
@@ -17,6 +18,8 @@ int main(int argc, char** argv) {
     try {
         const wxInitializer wx;
         FixLocale();
+        // A file that may grow no more is an error of the write, as a full disk is.
+        std::signal(SIGXFSZ, SIG_IGN);
         VelmCore::InstallLog("velm_agent");
         return RunCommandLine(argc, argv);
     } catch (const std::exception& error) {
