@@ -33,6 +33,7 @@ const Kind kKinds[] = {
     Plain("rsa4096.key.pem", LOADS),
     Plain("rsa4096.key.trad.pem", LOADS),
     Plain("chain.key.pem", LOADS),
+    Plain("ca.key.pem", LOADS),
     Plain("rsa2048.key+cert.pem", LOADS),
     // The structure is whole; that the numbers do not belong together shows at the first use.
     Plain("rsa2048.key.damaged.pem", LOADS),
@@ -68,12 +69,18 @@ const Kind kKinds[] = {
     Plain("ed25519.key.pem", NO_KEY),
     // Certificates without a key: the unfit one is told first.
     Plain("rsa2048.cert.pem", UNREADABLE),
+    Plain("rsa1024.cert.pem", UNREADABLE),
+    Plain("rsa4096.cert.pem", UNREADABLE),
+    Plain("chain.cert.pem", UNREADABLE),
     Plain("chain.fullchain.pem", UNREADABLE),
     Plain("rsa2048.noeku.cert.pem", UNREADABLE),
     Plain("rsa2048.expired.cert.pem", UNREADABLE),
+    Plain("rsa2048.future.cert.pem", UNREADABLE),
+    Plain("rsapss.cert.pem", UNREADABLE),
     Plain("rsa2048.clientonly.cert.pem", USAGE),
     Plain("rsa2048.codesign.cert.pem", USAGE),
     Plain("rsa2048.nokeyenc.cert.pem", USAGE),
+    Plain("rsa2048.anyeku.cert.pem", USAGE),
     Plain("ca.cert.pem", USAGE),
     Plain("ec256.cert.pem", USAGE),
     // No PEM at all, or not whole.
