@@ -27,10 +27,16 @@ public:
     bool Add(uint32_t sequence, const uint8_t* bytes, size_t length, const Sink& sink);
     // What waits for a gap, in bytes.
     uint32_t Buffered() const { return m_Tracker.total_buffered_bytes(); }
+    // About what that takes of memory, in bytes.
+    size_t Held() const {
+        return Buffered() + m_Tracker.buffered_payload().size() * SEGMENT_OVERHEAD;
+    }
     // Forgets what waits.
     void Clear() { m_Tracker = Tins::TCPIP::DataTracker(Next()); }
 
 private:
+    static constexpr size_t SEGMENT_OVERHEAD = 128;  // a node of a map, and two blocks of memory
+
     bool Store(uint32_t sequence, const uint8_t* bytes, size_t length, const Sink& sink);
 
     Tins::TCPIP::DataTracker m_Tracker;

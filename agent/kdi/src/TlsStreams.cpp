@@ -146,9 +146,9 @@ bool TlsStreams::Feed(Stream& stream, const Segment& segment, bool fromClient) {
 
 void TlsStreams::Follow(Place stream, const Segment& segment, bool fromClient) {
     Touch(stream, segment.length != 0, fromClient);
-    const size_t before = stream->Buffered();
+    const size_t before = stream->Held();
     const bool sound = Feed(*stream, segment, fromClient);
-    m_Buffered = m_Buffered - before + stream->Buffered();
+    m_Held = m_Held - before + stream->Held();
     Tell(*stream);
     if (sound) return;
     ++m_Counts.gaps;
@@ -207,7 +207,7 @@ void TlsStreams::TellOutcome(Stream& stream) {
 
 void TlsStreams::End(Place stream) {
     if (stream->toldHello && stream->told == TlsOutcome::None) ++m_Counts.incomplete;
-    m_Buffered -= stream->Buffered();
+    m_Held -= stream->Held();
     m_Index.erase(stream->key);
     ListOf(*stream).erase(stream);
 }
@@ -220,7 +220,7 @@ void TlsStreams::EndIdle(List& list) {
 void TlsStreams::MakeRoom() {
     while (m_Embryos.size() > MAX_EMBRYOS)
         End(m_Embryos.begin());
-    while (m_Streams.size() > MAX_STREAMS || (m_Buffered > MAX_BUFFERED && !m_Streams.empty())) {
+    while (m_Streams.size() > MAX_STREAMS || (m_Held > MAX_HELD && !m_Streams.empty())) {
         ++m_Counts.evicted;
         End(m_Streams.begin());
     }

@@ -56,8 +56,8 @@ public:
     static constexpr size_t MAX_STREAMS = 8192;
     // Of connections on which nothing was sent yet: a flood of these pushes out no others.
     static constexpr size_t MAX_EMBRYOS = 4096;
-    // Of what waits for gaps, all connections together.
-    static constexpr size_t MAX_BUFFERED = 32u << 20;  // bytes
+    // Of memory for what waits for gaps, all connections together.
+    static constexpr size_t MAX_HELD = 32u << 20;  // bytes
     static constexpr int64_t MAX_IDLE_USEC = 300'000'000;
 
     explicit TlsStreams(Sink sink) : m_Sink(std::move(sink)) {}
@@ -86,7 +86,7 @@ private:
         TlsOutcome told = TlsOutcome::None;
         uint64_t toldRenegotiations = 0;
 
-        size_t Buffered() const { return size_t{client.Buffered()} + server.Buffered(); }
+        size_t Held() const { return client.Held() + server.Held(); }
     };
     using List = std::list<Stream>;
     using Place = List::iterator;
@@ -111,8 +111,8 @@ private:
     std::map<TlsStreamKey, Place> m_Index;
     List m_Embryos;  // both with the one that was silent for the longest first
     List m_Streams;
-    size_t m_Buffered = 0;  // bytes
-    int64_t m_Now = 0;      // the latest packet's time
+    size_t m_Held = 0;  // bytes
+    int64_t m_Now = 0;  // the latest packet's time
     TlsCounts m_Counts;
 };
 
