@@ -25,8 +25,10 @@ function cases.ArgumentsAreChecked()
                  kdi.OpenTls, CAPTURE, {servers = {{address = "::1", port = 443}}})
     expect.Error("bad option 'keyLog' (string expected, got boolean)", kdi.OpenTls, CAPTURE,
                  {servers = {SERVER}, keyLog = true})
-    expect.Error("integer from 0 to 4294967295 expected", kdi.OpenTls, CAPTURE,
-                 {servers = {SERVER}, answerTimeout = -1})
+    expect.Error("bad option 'keyLog' (it holds a zero byte)", kdi.OpenTls, CAPTURE,
+                 {servers = {SERVER}, keyLog = "keys\0.log"})
+    expect.Error("bad option 'answerTimeout' (integer from 0 to 4294967295 expected", kdi.OpenTls,
+                 CAPTURE, {servers = {SERVER}, answerTimeout = -1})
 end
 
 function cases.WhatCannotBeOpenedGivesNilAndText()

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <vector>
 
 #include "LuaBinding.h"
@@ -44,6 +45,8 @@ const char* FieldText(lua_State* L, const char* field) {
     const char* text = lua_type(L, -1) == LUA_TSTRING ? lua_tostring(L, -1) : nullptr;
     if (text == nullptr && !lua_isnil(L, -1))
         luaL_error(L, "bad option '%s' (string expected, got %s)", field, luaL_typename(L, -1));
+    if (text != nullptr && std::strlen(text) != lua_rawlen(L, -1))
+        luaL_error(L, "bad option '%s' (it holds a zero byte)", field);
     lua_pop(L, 1);
     return text;
 }
@@ -61,10 +64,16 @@ kdi_tls_server_s CheckServer(lua_State* L, int index) {
 
 unsigned int CheckTimeout(lua_State* L, unsigned int otherwise) {
     lua_getfield(L, 2, "answerTimeout");
-    if (lua_isnil(L, -1))
-        lua_pop(L, 1);
-    else
-        otherwise = CheckUnsigned(L, -1);
+    if (!lua_isnil(L, -1)) {
+        const lua_Number value = lua_tonumber(L, -1);
+        if (lua_type(L, -1) != LUA_TNUMBER || !(value >= 0 && value <= 4294967295.0) ||
+            std::floor(value) != value)
+            luaL_error(L,
+                       "bad option 'answerTimeout' (integer from 0 to 4294967295 expected, in "
+                       "milliseconds)");
+        otherwise = static_cast<unsigned int>(value);
+    }
+    lua_pop(L, 1);
     return otherwise;
 }
 
