@@ -79,7 +79,6 @@ void LogData::SetLogFilePath(wxString path) {
 
 void LogData::SetLogFileName(wxString name) {
     m_LogFileFullPath = m_LogFilePath + "/" + name;
-    m_HasContent = false;
     m_LogFileName = name;
     const wxCharBuffer bytes = m_LogFileFullPath.fn_str();
     m_LogFileBytes = bytes.data() != nullptr ? bytes.data() : "";

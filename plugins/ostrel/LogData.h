@@ -285,7 +285,6 @@ private:
     unsigned int m_CacheStaleTimeMsec = 900000;
     wxMutex m_FileLock{wxMUTEX_RECURSIVE};  // held for the writing of one record
     wxFile m_LogFile;                       // open from a flush's first write to its end
-    bool m_HasContent = false;              // the current file when it was last closed
     bool m_RawRecords = false;
     VelmCore::CDom& m_Dom;
     VelmCore::CSyslogger m_Syslogger{"pnp"};

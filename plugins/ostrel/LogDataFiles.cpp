@@ -103,8 +103,7 @@ bool LogData::InitializeLogFile() {
         return false;
     }
     m_LogFile.Attach(fd);
-    if (!m_HasContent && LengthOf(m_LogFile) == 0)
-        VelmCore::SecureFileOrDirectory(m_LogFileFullPath, false);
+    if (LengthOf(m_LogFile) == 0) VelmCore::SecureFileOrDirectory(m_LogFileFullPath, false);
     return true;
 }
 
@@ -184,7 +183,6 @@ bool LogData::HandleFullDisk(int& lastError) {
         m_Dom.AgentEventWrite(6009, "");
         m_OutOfSpace = true;
     }
-    m_HasContent = false;  // the current file may be the oldest
     if (RemoveOldestFile()) {
         lastError = ENOSPC;
         return true;
@@ -206,9 +204,8 @@ bool LogData::CloseAndRotateFile() {
         m_Dom.AgentEventWrite(6004, "%.128s", m_LogFileFullPath);
         return false;
     }
-    const bool isFull = length / 1024 >= static_cast<long long>(m_LogFileSizeKB);
-    m_HasContent = length > 0 && !isFull;
-    return !isFull || RotateFiles();
+    if (length / 1024 < static_cast<long long>(m_LogFileSizeKB)) return true;
+    return RotateFiles();
 }
 
 bool LogData::RotateFiles() {
