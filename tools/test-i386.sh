@@ -50,7 +50,7 @@ mount -t tmpfs tmpfs "$root/tmp"
 mkdir -p "$root/src" "$root/build"
 mount --bind "$tree" "$root/src"
 mount -o remount,bind,ro "$root/src"
-cp /etc/resolv.conf "$root/etc/resolv.conf"
+cp /etc/hosts /etc/resolv.conf "$root/etc/"
 
 in_root /src/tools/install-deps.sh --build --test
 in_root cmake -S /src -B /build --preset release
