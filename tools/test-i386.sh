@@ -7,6 +7,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tree=$PWD
+. tools/debian-root.sh
 root=${VELM_I386_ROOT:-/var/cache/velm/i386}
 
 if [ "$(id -u)" -ne 0 ]; then
@@ -18,29 +19,13 @@ if [ -z "${VELM_I386_MOUNTS:-}" ]; then
     VELM_I386_MOUNTS=own exec unshare --mount --propagation private "$tree/tools/test-i386.sh" "$@"
 fi
 
-# Where this system gets Debian 12 from; nothing if apt cannot tell.
-debian_mirror() {
-    apt-get indextargets --format "\$(SITE)" \
-        "Created-By: Packages" "Origin: Debian" "Codename: bookworm" | sort -u | head -n 1
-}
-
 # in_root COMMAND...: as a 32-bit machine would run it, without this one's environment.
 in_root() {
     env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root TERM="${TERM:-dumb}" LANG=C.UTF-8 \
         setarch i386 chroot "$root" "$@"
 }
 
-# A root that was not completed is made anew. It takes the release alone, without its updates: all
-# of its packages are then of one age, whatever the state of a mirror's 32-bit updates.
-if [ ! -e "$root/complete" ]; then
-    echo "Making a 32-bit Debian 12 in $root"
-    rm -rf --one-file-system "$root"
-    mkdir -p "$root"
-    mirror=$(debian_mirror)
-    debootstrap --arch=i386 --variant=minbase bookworm "$root" ${mirror:+"$mirror"} >"$root.log" ||
-        { tail -n 20 "$root.log" >&2; exit 1; }
-    touch "$root/complete"
-fi
+make_root "$root" debootstrap --arch=i386
 
 # A mount point of its own, so that tests may mount file systems in it.
 mount --rbind "$root" "$root"

@@ -1,13 +1,15 @@
 #!/bin/bash
 # Tries the Debian package on a fresh Debian 12: installs it, runs the service there on the packet
-# filter of a network namespace, removes it again, and boots the system to try the units. Makes the root of such a system at first, in a
-# folder outside the tree, and keeps it for the next time; each run works on a copy.
+# filter of a network namespace, removes it again, and boots the system to try the units. Makes the
+# root of such a system at first, in a folder outside the tree, and keeps it for the next time; each
+# run works on a copy.
 #   usage: tools/test-package.sh [PACKAGE.deb]     without one, it is made
 #   VELM_PACKAGE_ROOT   that folder (/var/cache/velm/bookworm)
 # Needs root, for the chroot, the mounts and the namespaces, all of which end with the script.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tree=$PWD
+. tools/debian-root.sh
 base=${VELM_PACKAGE_ROOT:-/var/cache/velm/bookworm}
 
 if [ "$(id -u)" -ne 0 ]; then
@@ -26,12 +28,6 @@ fail() {
     echo "$0: $*" >&2
     [ ! -e "$root/tmp/messages" ] || cat "$root/tmp/messages" >&2
     exit 1
-}
-
-# Where this system gets Debian 12 from; nothing if apt cannot tell.
-debian_mirror() {
-    apt-get indextargets --format "\$(SITE)" \
-        "Created-By: Packages" "Origin: Debian" "Codename: bookworm" | sort -u | head -n 1
 }
 
 # in_root COMMAND...: without this machine's environment.
@@ -64,15 +60,7 @@ await() {
     fail "$what"
 }
 
-if [ ! -e "$base/complete" ]; then
-    echo "Making a Debian 12 in $base"
-    rm -rf --one-file-system "$base"
-    mkdir -p "$base"
-    mirror=$(debian_mirror)
-    nsenter --net="/proc/$PPID/ns/net" debootstrap --variant=minbase bookworm "$base" ${mirror:+"$mirror"} \
-        >"$base.log" || { tail -n 20 "$base.log" >&2; exit 1; }
-    touch "$base/complete"
-fi
+make_root "$base" nsenter --net="/proc/$PPID/ns/net" debootstrap
 
 root=$(mktemp -d "$base.XXXXXX")
 started=()
