@@ -11,15 +11,6 @@
 
 namespace {
 
-// Pushes the text, or nil if it is empty.
-int PushReason(lua_State* L, const std::string& reason) {
-    if (reason.empty())
-        lua_pushnil(L);
-    else
-        PushString(L, reason);
-    return 1;
-}
-
 // WhyUnreadable(path): nil, or the reason.
 int Unreadable(lua_State* L) {
     const char* path = luaL_checkstring(L, 1);

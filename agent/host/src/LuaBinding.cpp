@@ -123,3 +123,11 @@ bool CheckBoolean(lua_State* L, int index) {
     luaL_checktype(L, index, LUA_TBOOLEAN);
     return lua_toboolean(L, index) != 0;
 }
+
+int PushReason(lua_State* L, const std::string& reason) {
+    if (reason.empty())
+        lua_pushnil(L);
+    else
+        PushString(L, reason);
+    return 1;
+}

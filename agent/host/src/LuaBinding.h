@@ -76,3 +76,5 @@ bool CheckBoolean(lua_State* L, int index);
 inline void PushString(lua_State* L, const std::string& text) {
     lua_pushlstring(L, text.data(), text.size());
 }
+// Pushes nil for an empty text, where the text tells why something failed. Gives 1.
+int PushReason(lua_State* L, const std::string& reason);

@@ -16,15 +16,6 @@ Service& Self(lua_State* L) {
     return *static_cast<Service*>(lua_touserdata(L, lua_upvalueindex(1)));
 }
 
-// Pushes nil for an empty text: a reason, where none is success.
-int PushReason(lua_State* L, const std::string& reason) {
-    if (reason.empty())
-        lua_pushnil(L);
-    else
-        PushString(L, reason);
-    return 1;
-}
-
 // TakeState(directory): makes the state directory its own. Nil, or why not.
 int TakeState(lua_State* L) {
     Service& service = Self(L);
