@@ -34,8 +34,10 @@ private:
 
 int BlockSet::Run(const std::string& commands) {
     const int error = m_Nftables.Run(commands);
-    m_Error = error == 0 ? "" : std::string(NAME) + ": " + m_Nftables.Error();
-    return error;
+    m_Error = error == 0        ? ""
+              : error == ENFILE ? std::string(NAME) + ": it is full"
+                                : std::string(NAME) + ": " + m_Nftables.Error();
+    return error == ENFILE ? ENOSPC : error;
 }
 
 int BlockSet::Add(const std::vector<kdi_block_s>& blocks) {

@@ -43,6 +43,8 @@ std::string LiveBlocks::Protection(uint32_t address) const {
     const char* reason = nullptr;
     if (bytes[0] == 127) {
         reason = "it is a loopback address";
+    } else if (bytes[0] == 0) {  // those who ask for an address send from there
+        reason = "it is no host's address";
     } else if (m_Host.IsOwn(4, bytes)) {
         reason = "it is this host's own address";
     } else if (m_Allowed.Contains(4, bytes)) {
@@ -150,8 +152,7 @@ void LiveBlocks::NoteHostAddresses(int64_t now) {
     for (const kdi_block_s& block : m_Known.List(now)) {
         const std::string protection = Protection(block.ipv4_addr);
         if (protection.empty()) continue;
-        Unblock(block.ipv4_addr, now);
-        m_Messages.Put("block lifted: " + protection);
+        if (Unblock(block.ipv4_addr, now) == 0) m_Messages.Put("block lifted: " + protection);
     }
 }
 
@@ -181,8 +182,11 @@ void LiveBlocks::Check(int64_t now) {
     m_Known.Expire(now);
     if (!m_Set || (m_Known.Empty() && !m_SetFails)) return;
     std::vector<SetElement> elements;
-    if (NoteResult(m_Set->Read(elements)) != 0) return;
-    const std::vector<kdi_block_s> missing = Missing(elements, now);
+    const int error = m_Set->Read(elements);
+    const std::vector<kdi_block_s> missing =
+        error == 0 ? Missing(elements, now) : std::vector<kdi_block_s>();
+    // A set that can be read need not take what is missing there.
+    if (missing.empty()) NoteResult(error);
     if (missing.empty() || Renew(missing) != 0) return;
     m_Repaired += missing.size();
     m_Messages.Put("blocks that were missing in " + std::string(BlockSet::NAME) +

@@ -51,22 +51,23 @@ local function OpenLog(agent)
     return log
 end
 
-local function OpenSource(name, run)
+local function OpenSource(name, run, dryRun)
     local live = name:find("^nflog:") and run.agent.allow
     local handle, reason = kdi.Open(name, {
         allow = live and live[1] and table.concat(live, ",") or nil,
-        dryRun = run.dryRun,
+        dryRun = dryRun,
         receiveBuffer = run.agent.receiveBuffer,
     })
     if not handle then fail(1, name, reason) end
     return handle
 end
 
--- Blocks go to the first live source, or else to the first.
+-- Blocks go to the first live source, or else to the first. The kernel's set is that one's alone:
+-- another would put back what was unblocked.
 local function OpenSources(run)
     run.handles = {}
     for i, name in ipairs(run.agent.sources) do
-        run.handles[i] = OpenSource(name, run)
+        run.handles[i] = OpenSource(name, run, run.dryRun or run.blocker ~= nil)
         if not run.blocker and name:find("^nflog:") then run.blocker = run.handles[i] end
     end
     run.blocker = run.blocker or run.handles[1]

@@ -128,17 +128,38 @@ TEST_F(LiveBlockTest, BlockBeforeTheSetIsThereComesIntoItLater) {
     EXPECT_TRUE(handle.WorkUntil([&] { return IsInSet(PEER); }));
 }
 
+TEST_F(LiveBlockTest, SetThatIsFullIsToldOnceHoweverOftenItIsLookedAt) {
+    LoadRuleset();
+    LiveHandle handle;
+    ASSERT_EQ(handle.Block(PEER, 600), 0) << handle.Error();
+    Shell(
+        "nft 'delete table inet velm; add table inet velm; add set inet velm blocked4 { "
+        "type ipv4_addr; flags timeout; size 1; elements = { 198.51.100.7 } }'");
+    std::string message;
+    EXPECT_TRUE(handle.WorkUntil([&] { return !(message = handle.Message()).empty(); }));
+    EXPECT_EQ(message, "blocks do not reach the kernel: set inet velm blocked4: it is full");
+    EXPECT_EQ(handle.Block("192.0.2.67", 600), ENOSPC);
+    Shell("nft 'add table inet velm; delete element inet velm blocked4 { 198.51.100.7 }'");
+    Shell("nft 'add element inet velm blocked4 { 198.51.100.8 }'");
+    const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(1500);
+    handle.WorkUntil([&] { return std::chrono::steady_clock::now() > until; });
+    EXPECT_EQ(handle.Message(), "");
+    Shell("nft delete element inet velm blocked4 '{ 198.51.100.8 }'");
+    EXPECT_TRUE(handle.WorkUntil([&] { return IsInSet(PEER); }));
+    EXPECT_EQ(handle.Message(), "blocks reach the kernel again: set inet velm blocked4");
+}
+
 TEST_F(LiveBlockTest, HostsOwnAddressesAndLoopbackAreNeverBlocked) {
     LoadRuleset();
     Shell("ip addr add 203.0.113.9/32 dev lo");
     LiveHandle handle;
-    for (const char* address : {HOST, "203.0.113.9", "127.0.0.1", "127.3.4.5"}) {
+    for (const char* address : {HOST, "203.0.113.9", "127.0.0.1", "127.3.4.5", "0.0.0.0"}) {
         EXPECT_EQ(handle.Block(address, 600), ECANCELED) << address;
         EXPECT_EQ(handle.Error().find(std::string(address) + " is never blocked: it is "), 0u)
             << handle.Error();
         EXPECT_FALSE(IsInSet(address));
     }
-    EXPECT_EQ(handle.Statistics().blocks_refused, 4u);
+    EXPECT_EQ(handle.Statistics().blocks_refused, 5u);
     EXPECT_TRUE(handle.Blocks().empty());
     EXPECT_EQ(kdi_take_blacklist(handle.Get(), nullptr, 0), 0u);
 }

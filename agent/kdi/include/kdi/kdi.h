@@ -115,9 +115,9 @@ KDI_API const char* kdi_describe(kdi_handle_t handle);
 // Blocks an address. `record` is a kdi_blacklist_s and stays the caller's. A handle that was closed
 // gives EBADF. A capture drops the address's later packets, on its own clock, until the time is
 // over. nflog puts the address into the kernel's set. The longest of several blocks stands.
-// ECANCELED: the address is never blocked (loopback, the host's own, allowed); kdi_get_error says
-// which. EPERM: the process may not change the set. ENOENT: there is no such set; the block is kept
-// and takes effect when the set is there. Other values are the kernel's.
+// ECANCELED: the address is never blocked (loopback, 0.0.0.0/8, the host's own, allowed);
+// kdi_get_error says which. EPERM: the process may not change the set. ENOENT: there is no such
+// set; the block is kept and takes effect when the set is there. Other values are the kernel's.
 KDI_API int kdi_add_blacklist(kdi_handle_t handle, const void* record);
 // Records that kdi_add_blacklist got since the last call: copies at most `capacity` of the oldest
 // and returns how many; the others stay.
