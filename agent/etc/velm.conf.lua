@@ -33,8 +33,6 @@ return {
         -- allow = {"192.0.2.0/24"},
         -- Bytes of room in the kernel for entries that wait to be read. More survives longer bursts.
         -- receiveBuffer = 8388608,
-        -- Where entries and events are sent: udp, tcp or a local socket.
-        -- syslog = {target = "tcp://192.0.2.5:514"},
         -- Numbers for the textfile collector of Prometheus' node exporter.
         -- statisticsFile = "/var/lib/prometheus/node-exporter/velm.prom",
         -- A syslog receiver for what is logged and for agent events. None without this table; its

@@ -1,7 +1,9 @@
 -- Ends a command of the program with a message and an exit status: raise(status, what, why).
 
 local Failure = {
-    __tostring = function(failure) return failure.what .. ": " .. failure.why end,
+    __tostring = function(failure)
+        return failure.why == "" and failure.what or failure.what .. ": " .. failure.why
+    end,
 }
 
 return function(status, what, why)

@@ -22,8 +22,11 @@ local SOURCE_FIELDS = {
     blocksNow = "blocked_addresses",
 }
 
-local function AddSources(values, handles)
+-- The packet filter's own counters are the same for each source, so one source tells them.
+local function AddSources(values, handles, blocker)
     for _, name in pairs(SOURCE_FIELDS) do values[name] = 0 end
+    local counters = blocker:Statistics()
+    values.dropped_total, values.unlogged_total = counters.dropped, counters.unlogged
     for _, handle in ipairs(handles) do
         local counts = handle:Statistics()
         for field, name in pairs(SOURCE_FIELDS) do values[name] = values[name] + counts[field] end
@@ -66,7 +69,7 @@ function numbers.Collect(run)
         reloads_total = counts.reloads,
         reload_failures_total = counts.reloadFailures,
     }
-    AddSources(values, run.handles)
+    AddSources(values, run.handles, run.blocker)
     AddSyslog(values, run.outlet.Statistics())
     AddTls(values, run.inspection.Counts())
     return values
