@@ -34,10 +34,9 @@ private:
 
 int BlockSet::Run(const std::string& commands) {
     const int error = m_Nftables.Run(commands);
-    m_Error = error == 0        ? ""
-              : error == ENFILE ? std::string(NAME) + ": it is full"
-                                : std::string(NAME) + ": " + m_Nftables.Error();
-    return error == ENFILE ? ENOSPC : error;
+    const bool full = error == ENFILE;
+    m_Error = std::string(NAME) + ": " + (full ? "it is full" : m_Nftables.Error());
+    return full ? ENOSPC : error;
 }
 
 int BlockSet::Add(const std::vector<kdi_block_s>& blocks) {
