@@ -11,19 +11,19 @@ void Note(int) {
     s_Interrupted = 1;
 }
 
-void Handle(int signal, void (*handler)(int)) {
+}  // namespace
+
+void HandleSignal(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
     sigemptyset(&action.sa_mask);
     sigaction(signal, &action, nullptr);
 }
 
-}  // namespace
-
 void CatchInterrupts() {
     for (const int signal : {SIGINT, SIGTERM, SIGHUP})
-        Handle(signal, Note);
-    Handle(SIGPIPE, SIG_IGN);
+        HandleSignal(signal, Note);
+    HandleSignal(SIGPIPE, SIG_IGN);
 }
 
 bool Interrupted() {

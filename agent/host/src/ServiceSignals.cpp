@@ -8,6 +8,8 @@
 #include <cstdint>
 #include <system_error>
 
+#include "Interrupt.h"
+
 namespace {
 
 int s_Descriptor = -1;
@@ -34,22 +36,15 @@ void NoteReload(int) {
     Wake();
 }
 
-void Handle(int signal, void (*handler)(int)) {
-    struct sigaction action {};
-    action.sa_handler = handler;
-    sigemptyset(&action.sa_mask);
-    sigaction(signal, &action, nullptr);
-}
-
 }  // namespace
 
 void CatchServiceSignals() {
     s_Descriptor = eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
     if (s_Descriptor < 0) throw std::system_error(errno, std::generic_category(), "eventfd");
-    Handle(SIGTERM, NoteStop);
-    Handle(SIGINT, NoteStop);
-    Handle(SIGHUP, NoteReload);
-    Handle(SIGPIPE, SIG_IGN);
+    HandleSignal(SIGTERM, NoteStop);
+    HandleSignal(SIGINT, NoteStop);
+    HandleSignal(SIGHUP, NoteReload);
+    HandleSignal(SIGPIPE, SIG_IGN);
 }
 
 bool StopWanted() {

@@ -198,8 +198,6 @@ return function(options)
     if not player.CountLines(log:GetLogFileFullPath()) then
         fail(1, log:GetLogFileFullPath(), "cannot be read")
     end
-    -- Nearly all garbage is strings of entries: it need not be looked for as often as when it is a mix.
-    collectgarbage("setpause", 1000)
     local counts = NewCounts()
     local played, outcome = xpcall(PlayAll, debug.traceback, options, agent, log, configuration,
                                    counts, exporter, reporter)

@@ -138,6 +138,17 @@ protected:
         file << value << std::endl;
         ASSERT_TRUE(file.good()) << name;
     }
+    // The peer sends a datagram to UDP port 4 of the host's IPv6 address.
+    void SendIpv6() {
+        AtPeer([] {
+            const Descriptor udp(socket(AF_INET6, SOCK_DGRAM, 0));
+            sockaddr_in6 to{};
+            to.sin6_family = AF_INET6;
+            to.sin6_port = htons(4);
+            inet_pton(AF_INET6, HOST6, &to.sin6_addr);
+            ASSERT_EQ(sendto(udp.Get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 1);
+        });
+    }
     // The peer sends a packet; the kernel fills in the IP checksum.
     void Send(const Payload& payload, const char* source = PEER) const {
         const Bytes packet = KdiTest::Ipv4(source, HOST, payload);

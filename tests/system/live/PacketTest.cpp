@@ -86,14 +86,7 @@ TEST_F(LivePacketTest, Ipv6PacketIsDeniedAndLogged) {
     LoadRuleset();
     LiveHandle handle;
     ASSERT_NE(handle.Get(), nullptr) << handle.OpenError();
-    AtPeer([] {
-        const Descriptor udp(socket(AF_INET6, SOCK_DGRAM, 0));
-        sockaddr_in6 to{};
-        to.sin6_family = AF_INET6;
-        to.sin6_port = htons(4);
-        inet_pton(AF_INET6, HOST6, &to.sin6_addr);
-        ASSERT_EQ(sendto(udp.Get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 1);
-    });
+    SendIpv6();
     const Entries entries = handle.Take(1);
     ASSERT_EQ(entries.size(), 1u);
     EXPECT_EQ(Line(entries[0]).find("0 1 1 in fwd p17 2001:db8:2::66 > 2001:db8:2::10 "), 0u)

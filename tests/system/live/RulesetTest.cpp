@@ -52,14 +52,7 @@ TEST_F(LiveRulesetTest, BlockedIpv6AddressIsDropped) {
     Shell("nft add element inet velm blocked6 '{ 2001:db8:2::66 timeout 600s }'");
     LiveHandle handle;
     ASSERT_NE(handle.Get(), nullptr) << handle.OpenError();
-    AtPeer([] {
-        const Descriptor udp(socket(AF_INET6, SOCK_DGRAM, 0));
-        sockaddr_in6 to{};
-        to.sin6_family = AF_INET6;
-        to.sin6_port = htons(4);
-        inet_pton(AF_INET6, HOST6, &to.sin6_addr);
-        ASSERT_EQ(sendto(udp.Get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&to), sizeof to), 1);
-    });
+    SendIpv6();
     Send(Tcp(2, 23, SYN));
     EXPECT_EQ(ToLines(handle.Take(1)), Lines{"0 1 1 in fwd p6 192.0.2.66 > 192.0.2.10 2 23"});
     EXPECT_EQ(handle.Statistics().dropped, 1u);
